@@ -1,0 +1,247 @@
+// SPDX-License-Identifier: MIT
+#include "AppController.h"
+
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include "AppConnector.h"
+#include "DataBuilder.h"
+#include "FrameCounter.h"
+#include "log.h"
+
+namespace {
+
+// VAD frames that one pass reads at most. A pipe holds 64 KiB, that is 630 frames of 104 bytes, so
+// whatever a living engine has ready fits in; but the pipe of a dead engine is readable for ever,
+// and must not trap the loop.
+constexpr unsigned int VAD_DRAIN_LIMIT = 640;
+
+// VAD frames that wait to be lined up at most: ten minutes. A living engine answers each frame with
+// one and never comes near; a dead one "delivers" empty frames without end. Newer frames are
+// dropped beyond it: reading goes on, so that a flooding engine cannot block us by blocking itself.
+constexpr size_t VAD_BACKLOG_LIMIT = 60000;
+
+// Takes the oldest frame of a queue; false, frame untouched, when it is empty.
+bool takeFront(ReceiveQueue& queue, ReceiveData& frame) {
+    if (queue.empty())
+        return false;
+    frame = std::move(queue.front());
+    queue.pop_front();
+    return true;
+}
+
+// T: the payload's value type.
+template <typename T>
+int typeOfFront(const ReceiveQueue& queue) {
+    const ReceiveData& frame = queue.front();
+    return FrameSyncBuilder<T>::headerOf(frame.data(), static_cast<unsigned int>(frame.size()));
+}
+
+// Moves the oldest frame of one queue to the back of another.
+void passOn(ReceiveQueue& from, ReceiveQueue& to) {
+    to.push_back(std::move(from.front()));
+    from.pop_front();
+}
+
+}  // namespace
+
+AppController::~AppController() {
+    try {
+        finalize();
+    } catch (const std::exception& error) {
+        LOG_AT(logERROR) << error.what();
+    }
+}
+
+bool AppController::initialize(const std::string& app_dir, const std::string& mmse_setting,
+                               const std::string& vad_setting) {
+    app_dir_ = app_dir;
+    mmse_setting_ = mmse_setting;
+    vad_setting_ = vad_setting;
+    frame_state_ = true;
+    return true;
+}
+
+// The VAD engine starts first, so that it is ready for the MMSE engine's first frame.
+bool AppController::launch() {
+    launchEngine(vad_connector_, "VAD", vad_setting_);
+    launchEngine(mmse_connector_, "MMSE", mmse_setting_);
+    open_flag_ = true;
+    return true;
+}
+
+void AppController::launchEngine(AppConnectorPtr& connector, const char* name,
+                                 const std::string& setting) {
+    try {
+        connector = std::make_shared<AppConnector>();
+        connector->initialize();
+        connector->launch(app_dir_, setting);
+    } catch (const std::runtime_error& error) {
+        throw AppControllerError(std::string(name) + " connector launch failed. " + error.what());
+    }
+}
+
+void AppController::addReceiveData(const ReceiveData& data) {
+    server_data_que_.push_back(data);
+}
+
+void AppController::addReceiveData(ReceiveData&& data) {
+    server_data_que_.push_back(std::move(data));
+}
+
+bool AppController::process() {
+    if (!isOpen())
+        return false;
+    try {
+        writeMMSEData();
+        readMMSEData();
+        writeVADData();
+        readVADData();
+        createResultData();
+    } catch (const AppConnectorError& error) {
+        throw AppControllerError(error.what());
+    } catch (...) {
+        // Kept: an AppControllerError of createResultData loses its text here too.
+        throw AppControllerError("Unknown Exception.");
+    }
+    return true;
+}
+
+void AppController::writeMMSEData() {
+    if (server_data_que_.empty())
+        return;
+    const ReceiveData& frame = server_data_que_.front();
+    if (mmse_connector_->write(frame.data(), static_cast<unsigned int>(frame.size())) == 0)
+        passOn(server_data_que_, server_result_que_);
+}
+
+void AppController::readMMSEData() {
+    static FrameCounter counter;  // of the whole process: engines come and go, the stream goes on
+    ReceiveData frame(framesync::MMSE_FRAME_SIZE);
+    if (mmse_connector_->read(frame.data(), framesync::MMSE_FRAME_SIZE, 0) != 0)
+        return;
+    mmse_data_que_.push_back(frame);
+    const int header = counter.count(frame);
+    if (header == FRAME_DATA || header == FRAME_TOF || header == FRAME_EOF)
+        mmse_result_que_.push_back(std::move(frame));
+    if (header == FRAME_EOF) {
+        LOG_AT(logDEBUG) << "mmse:: " << counter.str();
+        counter.reset();
+    }
+}
+
+void AppController::writeVADData() {
+    if (mmse_data_que_.empty())
+        return;
+    const ReceiveData& frame = mmse_data_que_.front();
+    if (vad_connector_->write(frame.data(), static_cast<unsigned int>(frame.size())) == 0)
+        mmse_data_que_.pop_front();
+}
+
+void AppController::readVADData() {
+    // Kept: zeroed once for the whole drain; a short read leaves the frame before it in the rest.
+    char frame[framesync::VAD_FRAME_SIZE] = {};
+    for (unsigned int i = 0; i < VAD_DRAIN_LIMIT; ++i) {
+        if (vad_connector_->read(frame, framesync::VAD_FRAME_SIZE, 0) != 0)
+            return;
+        if (vad_result_que_.size() < VAD_BACKLOG_LIMIT) {
+            vad_result_que_.emplace_back(frame, frame + framesync::VAD_FRAME_SIZE);
+        } else if (!vad_backlog_full_) {
+            vad_backlog_full_ = true;
+            LOG_AT(logWARNING) << "vad engine runs ahead. its newest frames are dropped.";
+        }
+    }
+}
+
+void AppController::createResultData() {
+    while (!mmse_result_que_.empty() && !vad_result_que_.empty() && !server_result_que_.empty()) {
+        const int vad = typeOfFront<float>(vad_result_que_);
+        const int mmse = typeOfFront<short>(mmse_result_que_);
+        const int server = typeOfFront<short>(server_result_que_);
+        if (ReceiveQueue* const stream = streamShortOfTOF(vad, mmse, server)) {
+            stream->pop_front();
+            continue;
+        }
+        switch (vad) {
+            case FRAME_DATA:
+            case FRAME_TOF:
+            case FRAME_EOF:
+                passOn(mmse_result_que_, mmse_process_que_);
+                passOn(server_result_que_, server_process_que_);
+                break;
+            case FRAME_START:
+            case FRAME_END:
+                addMarker(vad_result_que_.front());
+                break;
+            default:
+                throw AppControllerError("Invalid header type : " + std::to_string(vad));
+        }
+        vad_result_que_.pop_front();
+    }
+}
+
+// A stream that shows a TOF waits there until the other two show one as well. Returns the stream
+// whose oldest frame has to go for that, or null when the three fronts belong together.
+ReceiveQueue* AppController::streamShortOfTOF(int vad, int mmse, int server) {
+    if (vad == FRAME_TOF) {
+        if (server != FRAME_TOF)
+            return &server_result_que_;
+        return mmse != FRAME_TOF ? &mmse_result_que_ : nullptr;
+    }
+    if (mmse == FRAME_TOF)
+        return server != FRAME_TOF ? &server_result_que_ : &vad_result_que_;
+    return server == FRAME_TOF ? &mmse_result_que_ : nullptr;
+}
+
+// A START or END of the VAD engine goes into both results, as a full frame of silence, ahead of the
+// frames it was found with.
+void AppController::addMarker(const ReceiveData& vad_frame) {
+    ReceiveData marker(framesync::MMSE_FRAME_SIZE);
+    std::memcpy(marker.data(), vad_frame.data(), framesync::HEADER_SIZE);
+    mmse_process_que_.push_back(marker);
+    server_process_que_.push_back(std::move(marker));
+}
+
+bool AppController::getMMSEData(ReceiveData& data) {
+    return takeFront(mmse_process_que_, data);
+}
+
+bool AppController::getServerData(ReceiveData& data) {
+    return takeFront(server_process_que_, data);
+}
+
+void AppController::clearProcessData() {
+    server_process_que_.clear();
+    mmse_process_que_.clear();
+}
+
+void AppController::clearData() {
+    mmse_data_que_.clear();
+    vad_data_que_.clear();
+    server_data_que_.clear();
+    mmse_result_que_.clear();
+    vad_result_que_.clear();
+    server_result_que_.clear();
+    mmse_process_que_.clear();
+    server_process_que_.clear();
+    vad_backlog_full_ = false;
+}
+
+bool AppController::finalize() {
+    if (vad_connector_ && !vad_connector_->finalize())
+        throw AppControllerError("VAD connector finalize failed.");
+    if (mmse_connector_ && !mmse_connector_->finalize())
+        throw AppControllerError("MMSE connector finalize failed.");
+    clearData();
+    open_flag_ = false;
+    return true;
+}
+
+bool AppController::isOpen() {
+    return open_flag_;
+}
+
+int AppController::getFrameSyncHeader(const char* data, uint32_t size) {
+    return FrameSyncBuilder<short>::headerOf(data, size);
+}
