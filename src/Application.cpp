@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: MIT
+#include "Application.h"
+
+#include <unistd.h>
+
+#include <iostream>
+#include <stdexcept>
+#include <utility>
+
+#include "DataBuilder.h"
+
+using framesync::VOICE_SERVER_FRAME_SIZE;
+
+namespace {
+
+constexpr uint32_t READ_TIMEOUT_MS = 100;  // of the voice server, in each pass
+constexpr unsigned int RECONNECT_PAUSE_S = 5;
+
+}  // namespace
+
+Application::~Application() {
+    finalize();
+}
+
+bool Application::initialize(const std::string& app_dir, const std::string& mmse_setting,
+                             const std::string& vad_setting, const std::string& server_ip,
+                             uint16_t recv_port, uint16_t send_port) {
+    recv_port_ = recv_port;
+    send_port_ = send_port;
+    server_ip_ = server_ip;
+    app_controller_ = std::make_shared<MMSEAppController>();
+    app_controller_->initialize(app_dir, mmse_setting, vad_setting);
+    voice_server_ = std::make_shared<VoiceServer>();
+    voice_server_->initialize();
+    sound_client_ = std::make_shared<SoundClient>();
+    sound_client_->initialize();
+    ros_connector_ = std::make_shared<ROSConnector>();
+    ros_connector_->initialize();
+    return true;
+}
+
+bool Application::run() {
+    launchEngines();
+    while (true) {
+        connectPeers();
+        ReceiveData frame(VOICE_SERVER_FRAME_SIZE);  // zeros wherever nothing is read
+        try {
+            // Kept: the count is not looked at. A pass without data moves a frame of silence.
+            voice_server_->read(frame.data(), VOICE_SERVER_FRAME_SIZE, READ_TIMEOUT_MS);
+            app_controller_->addReceiveData(std::move(frame));
+            app_controller_->process();
+            sound_client_->process();
+            returnCleanedFrames();
+            forwardResults();
+            ros_connector_->process();
+            sound_client_->setPlaySoundState(ros_connector_->getPlaySoundState());
+        } catch (const VoiceServerError& error) {
+            return endOnLostPeer(error);
+        } catch (const SoundClientError& error) {
+            return endOnLostPeer(error);
+        } catch (const AppControllerError& error) {
+            std::cerr << error.what() << std::endl;
+            throw;
+        } catch (const ROSConnectorError& error) {
+            std::cerr << error.what() << std::endl;
+            throw;
+        } catch (...) {
+            std::cerr << "[FATAL] Unknown Exception" << std::endl;
+            throw;
+        }
+    }
+}
+
+void Application::launchEngines() {
+    try {
+        app_controller_->launch();
+    } catch (const AppControllerError& error) {
+        app_controller_->finalize();
+        std::cerr << "[FATAL] " << error.what() << std::endl;
+        throw;
+    }
+}
+
+// Returns when both peers are there, however long that takes.
+void Application::connectPeers() {
+    while (!voice_server_->isConnect() || !sound_client_->isConnect()) {
+        try {
+            std::cerr << "Connecting to Server ... " << std::flush;
+            sound_client_->connect(server_ip_, recv_port_);
+            voice_server_->connect(send_port_);
+            std::cerr << "[Connected]" << std::endl;
+        } catch (const std::runtime_error&) {
+            // The links have logged the cause; the peers may simply not be up yet.
+            voice_server_->disconnect();
+            sound_client_->disconnect();
+            sleep(RECONNECT_PAUSE_S);
+        }
+    }
+}
+
+// The voice server takes its frames back with every number most significant byte first.
+void Application::returnCleanedFrames() {
+    FrameSyncBuilder<short> builder;
+    for (ReceiveData frame; app_controller_->getMMSEData(frame);) {
+        builder.build(frame.data(), static_cast<unsigned int>(frame.size()), binary::LITTLE,
+                      binary::BIG);
+        const ByteArray& bytes = builder.getBuildData();
+        voice_server_->write(bytes.data(), static_cast<uint32_t>(bytes.size()));
+    }
+}
+
+// The ROS node gets the frames while it listens: EPD is on, and it plays no sound of its own.
+void Application::forwardResults() {
+    if (!sound_client_->getEpdState() || ros_connector_->getPlaySoundState()) {
+        app_controller_->clearProcessData();
+        return;
+    }
+    for (ReceiveData frame; app_controller_->getServerData(frame);)
+        ros_connector_->addSendData(std::move(frame));
+}
+
+// Kept: the bridge does not reconnect; whatever started it starts it again.
+bool Application::endOnLostPeer(const std::exception& error) {
+    std::cerr << error.what() << std::endl;
+    voice_server_->disconnect();
+    sound_client_->disconnect();
+    app_controller_->clearData();
+    return true;
+}
+
+bool Application::finalize() {
+    if (app_controller_)
+        app_controller_->finalize();
+    if (voice_server_)
+        voice_server_->disconnect();
+    return true;
+}
