@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include "MmseStage.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace engine {
+
+namespace {
+
+void amplify(Samples& samples, int gainDb) {
+    const double gain = std::pow(10.0, gainDb / 20.0);
+    for (int16_t& sample : samples)
+        sample = static_cast<int16_t>(std::clamp(gain * sample, -32768.0, 32767.0));
+}
+
+}  // namespace
+
+MmseStage::MmseStage(const MmseSettings& settings, Sink sink)
+    : primingRepeats_(settings.primingRepeats),
+      primingGainDb_(settings.primingGainDb),
+      sink_(std::move(sink)),
+      suppressor_(settings.suppressionDb) {}
+
+void MmseStage::accept(const AudioFrame& frame) {
+    AudioFrame out = frame;
+    switch (frame.type) {
+        case kData:
+            suppressor_.process(out.samples);
+            break;
+        case kTopOfStream:
+            suppressor_.reset();
+            break;
+        case kBottomOfStream:
+            break;
+        default:
+            // The sender keeps this frame and wants a partner for it; only data, TOF and EOF count
+            // as one. With any other type the streams would slip until the next TOF.
+            out.type = kData;
+    }
+    sink_(bytesOf(out));
+    if (priming_.isComplete(frame))
+        settle();
+}
+
+// A new suppressor needs seconds to learn the noise. Hearing the ten frames over and over takes it
+// there at once, provided that they are as loud as the live noise; an average of several recordings
+// is quieter. The output is of no use: each frame has been answered already.
+void MmseStage::settle() {
+    for (int repeat = 0; repeat < primingRepeats_; ++repeat) {
+        for (Samples samples : priming_.noise()) {
+            amplify(samples, primingGainDb_);
+            suppressor_.process(samples);
+        }
+    }
+    priming_.forget();
+}
+
+}  // namespace engine

@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: MIT
+#include "SettingsKeys.h"
+
+#include <algorithm>
+#include <charconv>
+#include <functional>
+#include <vector>
+
+#include "Frame.h"
+
+namespace engine {
+
+namespace {
+
+using Setter = std::function<std::string(Settings&, const std::string&)>;
+
+struct Key {
+    std::string section;
+    std::string name;
+    Setter set;
+};
+
+struct Range {
+    int low;
+    int high;
+    const char* unit;
+    int step = 1;
+};
+
+std::string setNumber(int& target, const std::string& text, const Range& range) {
+    int number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    const bool isNumber = error == std::errc() && stop == end;
+    if (!isNumber || number < range.low || number > range.high || number % range.step != 0) {
+        std::string problem = "'" + text + "' is not a whole number from " +
+                              std::to_string(range.low) + " to " + std::to_string(range.high) +
+                              " " + range.unit;
+        if (range.step != 1)
+            problem += " in steps of " + std::to_string(range.step);
+        return problem;
+    }
+    target = number;
+    return {};
+}
+
+// Times are given in milliseconds and kept in frames.
+std::string setFrames(int& target, const std::string& text, int lowMs, int highMs) {
+    int milliseconds = 0;
+    std::string problem = setNumber(milliseconds, text, {lowMs, highMs, "ms", kFrameMs});
+    if (problem.empty())
+        target = milliseconds / kFrameMs;
+    return problem;
+}
+
+template <typename Enum>
+std::string setChoice(Enum& target, const std::string& text,
+                      const std::vector<std::pair<const char*, Enum>>& choices) {
+    std::string names;
+    for (const auto& [name, choice] : choices) {
+        if (text == name) {
+            target = choice;
+            return {};
+        }
+        names += (names.empty() ? "" : ", ") + std::string(name);
+    }
+    return "'" + text + "' is none of " + names;
+}
+
+std::string setRole(Settings& settings, const std::string& text) {
+    return setChoice<Role>(settings.role, text, {{"mmse", Role::Mmse}, {"vad", Role::Vad}});
+}
+
+std::string setLikelihood(Settings& settings, const std::string& text) {
+    return setChoice<Likelihood>(settings.vad.likelihood, text,
+                                 {{"very_low", Likelihood::VeryLow},
+                                  {"low", Likelihood::Low},
+                                  {"moderate", Likelihood::Moderate},
+                                  {"high", Likelihood::High}});
+}
+
+const std::vector<Key>& keys() {
+    static const std::vector<Key> table = {
+        {"engine", "role", setRole},
+        {"mmse", "suppression_db",
+         [](Settings& settings, const std::string& text) {
+             return setNumber(settings.mmse.suppressionDb, text, {-60, 0, "dB"});
+         }},
+        {"mmse", "priming_repeats",
+         [](Settings& settings, const std::string& text) {
+             return setNumber(settings.mmse.primingRepeats, text, {0, 100, "repeats"});
+         }},
+        {"mmse", "priming_gain_db",
+         [](Settings& settings, const std::string& text) {
+             return setNumber(settings.mmse.primingGainDb, text, {0, 20, "dB"});
+         }},
+        {"vad", "likelihood", setLikelihood},
+        {"vad", "onset_ms",
+         [](Settings& settings, const std::string& text) {
+             return setFrames(settings.vad.onsetFrames, text, 10, 1000);
+         }},
+        {"vad", "hangover_ms",
+         [](Settings& settings, const std::string& text) {
+             return setFrames(settings.vad.hangoverFrames, text, 0, 5000);
+         }},
+        {"vad", "lookback_frames",
+         [](Settings& settings, const std::string& text) {
+             return setNumber(settings.vad.lookbackFrames, text, {0, 50, "frames"});
+         }},
+    };
+    return table;
+}
+
+}  // namespace
+
+bool isSection(const std::string& section) {
+    return std::ranges::any_of(keys(), [&](const Key& key) { return key.section == section; });
+}
+
+std::string setKey(Settings& settings, const std::string& section, const std::string& key,
+                   const std::string& value) {
+    const auto found = std::ranges::find_if(keys(), [&](const Key& candidate) {
+        return candidate.section == section && candidate.name == key;
+    });
+    if (found == keys().end())
+        return section.empty() ? "stands before the first [section]"
+                               : "unknown in section [" + section + "]";
+    return found->set(settings, value);
+}
+
+}  // namespace engine

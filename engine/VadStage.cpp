@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+#include "VadStage.h"
+
+#include <utility>
+
+namespace engine {
+
+VadStage::VadStage(const VadSettings& settings, std::unique_ptr<VoiceActivity> activity, Sink sink)
+    : sink_(std::move(sink)),
+      activity_(std::move(activity)),
+      utterance_(settings.onsetFrames, settings.hangoverFrames),
+      lookBack_(settings.lookbackFrames, sink_) {}
+
+void VadStage::accept(const AudioFrame& frame) {
+    switch (frame.type) {
+        case kData:
+            return analyse(frame.samples);
+        case kTopOfStream:
+            return openStream();
+        case kBottomOfStream:
+            return closeStream();
+        default:
+            // The reader pairs our answers with data frames by position alone. A frame without
+            // audio still takes a position, so it gets an answer, but tells the detector nothing.
+            return lookBack_.push(answer(kData), Mark::None);
+    }
+}
+
+void VadStage::finish() {
+    lookBack_.flush();
+}
+
+void VadStage::analyse(const Samples& samples) {
+    voiced_ = activity_->isVoiced(samples);
+    meter_.update(samples, voiced_);
+    const Mark mark = utterance_.update(voiced_);
+    lookBack_.push(answer(kData), mark);
+}
+
+// The reader drops what stands before TOF, so an open utterance is forgotten without an END.
+void VadStage::openStream() {
+    lookBack_.flush();
+    activity_->reset();
+    voiced_ = false;
+    meter_.reset();
+    utterance_.reset();
+    sink_(bytesOf(answer(kTopOfStream)));
+}
+
+void VadStage::closeStream() {
+    lookBack_.flush();
+    const bool wasOpen = utterance_.isOpen();
+    utterance_.reset();
+    if (wasOpen)
+        sink_(bytesOf(answer(kEnd)));
+    sink_(bytesOf(answer(kBottomOfStream)));
+}
+
+ResultFrame VadStage::answer(FrameType type) const {
+    ResultFrame result;
+    result.type = type;
+    result.values[kVoiced] = voiced_ ? 1 : 0;
+    result.values[kLevel] = meter_.level();
+    result.values[kNoise] = meter_.noise();
+    result.values[kOpen] = utterance_.isOpen() ? 1 : 0;
+    return result;
+}
+
+}  // namespace engine

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+// The role vad: one answer for each frame, plus START and END around utterances.
+#ifndef TOLVANEV_ENGINE_VADSTAGE_H
+#define TOLVANEV_ENGINE_VADSTAGE_H
+
+#include <memory>
+
+#include "LevelMeter.h"
+#include "LookBack.h"
+#include "Settings.h"
+#include "Stage.h"
+#include "Utterance.h"
+#include "VoiceActivity.h"
+
+namespace engine {
+
+class VadStage : public Stage {
+  public:
+    VadStage(const VadSettings& settings, std::unique_ptr<VoiceActivity> activity, Sink sink);
+
+    void accept(const AudioFrame& frame) override;
+    void finish() override;
+
+  private:
+    void analyse(const Samples& samples);
+    void openStream();
+    void closeStream();
+    ResultFrame answer(FrameType type) const;
+
+    const Sink sink_;
+    const std::unique_ptr<VoiceActivity> activity_;
+    bool voiced_ = false;
+    LevelMeter meter_;
+    Utterance utterance_;
+    LookBack lookBack_;
+};
+
+}  // namespace engine
+
+#endif

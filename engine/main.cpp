@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: MIT
+// The default engine: a filter from standard input to standard output, in one of two roles.
+#include <unistd.h>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "FrameIo.h"
+#include "MmseStage.h"
+#include "Settings.h"
+#include "VadStage.h"
+#include "VoiceDetector.h"
+
+namespace {
+
+constexpr int kGood = 0;
+constexpr int kBroken = 1;         // the run failed: input cut, output closed
+constexpr int kMisconfigured = 2;  // it never began: bad settings or command line
+
+constexpr char kUsage[] =
+    "Usage: tolvanev-engine SETTINGS_FILE\n"
+    "       tolvanev-engine --check SETTINGS_FILE\n"
+    "       tolvanev-engine --help | --version\n"
+    "\n"
+    "Reads 324-byte audio frames (16 kHz, 10 ms) from standard input and answers each of them\n"
+    "on standard output: with the denoised frame (role mmse) or with a 104-byte frame about\n"
+    "voice activity (role vad). The settings file chooses the role.\n"
+    "\n"
+    "  --check    only say whether the settings file is good\n"
+    "\n"
+    "Exit status: 0 end of input or all good, 1 input cut or output closed,\n"
+    "2 settings file or command line at fault.\n";
+
+// Whoever starts us may have blocked or ignored signals for itself, and that is inherited.
+void restoreSignals() {
+    std::signal(SIGTERM, SIG_DFL);
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigprocmask(SIG_UNBLOCK, &set, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);  // a closed output is reported as an error of write(2)
+}
+
+std::unique_ptr<engine::Stage> makeStage(const engine::Settings& settings) {
+    const engine::Sink sink = [](std::span<const std::byte> frame) {
+        engine::writeFrame(STDOUT_FILENO, frame);
+    };
+    if (settings.role == engine::Role::Mmse)
+        return std::make_unique<engine::MmseStage>(settings.mmse, sink);
+    auto detector = std::make_unique<engine::VoiceDetector>(settings.vad.likelihood);
+    return std::make_unique<engine::VadStage>(settings.vad, std::move(detector), sink);
+}
+
+int run(const engine::Settings& settings) {
+    const auto stage = makeStage(settings);
+    engine::AudioFrame frame;
+    for (;;) {
+        switch (engine::readFrame(STDIN_FILENO, frame)) {
+            case engine::ReadResult::Frame:
+                stage->accept(frame);
+                break;
+            case engine::ReadResult::End:
+                stage->finish();
+                return kGood;
+            case engine::ReadResult::Cut:
+                std::fprintf(stderr, "tolvanev-engine: %s: input ended inside a frame\n",
+                             nameOf(settings.role));
+                return kBroken;
+        }
+    }
+}
+
+int start(const std::string& path, bool checkOnly) {
+    engine::Settings settings;
+    try {
+        settings = engine::loadSettings(path);
+    } catch (const engine::SettingsError& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return kMisconfigured;
+    }
+    if (checkOnly) {
+        std::printf("%s: good, role %s\n", path.c_str(), nameOf(settings.role));
+        return kGood;
+    }
+    try {
+        return run(settings);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tolvanev-engine: %s: %s\n", nameOf(settings.role), error.what());
+        return kBroken;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    restoreSignals();
+    const std::string first = argc > 1 ? argv[1] : "";
+    if (argc == 2 && (first == "--help" || first == "-h")) {
+        std::fputs(kUsage, stdout);
+        return kGood;
+    }
+    if (argc == 2 && first == "--version") {
+        std::puts("tolvanev-engine " TOLVANEV_ENGINE_VERSION);
+        return kGood;
+    }
+    if (argc == 3 && first == "--check")
+        return start(argv[2], true);
+    if (argc == 2 && !first.starts_with("-"))
+        return start(first, false);
+    std::fputs(kUsage, stderr);
+    return kMisconfigured;
+}
