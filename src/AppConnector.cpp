@@ -79,7 +79,7 @@ void AppConnector::runChild(const std::string& app, const std::string& arg) {
 }
 
 int AppConnector::write(const char* block, unsigned int size) {
-    if (::write(parent_to_child_[WRITE_END], block, size) == -1)
+    if (interruptible([&] { return ::write(parent_to_child_[WRITE_END], block, size); }) == -1)
         fail("Pipe write failed. error : ", errno);
     return 0;
 }
@@ -99,6 +99,8 @@ bool AppConnector::finalize() {
     if (open_flag_ && process_type_ == PARENT) {
         if (kill(child_pid_, SIGTERM) == -1)
             fail("Kill child process failed. error : ", errno);
+        // Not interruptible: an interrupt would finalize too, and perhaps signal a child that is
+        // collected by then.
         if (waitpid(child_pid_, nullptr, 0) == -1)
             fail("Wait Pid failed. error : ", errno);
         closeEnd(child_to_parent_[READ_END]);

@@ -93,7 +93,7 @@ void Application::connectPeers() {
             // The links have logged the cause; the peers may simply not be up yet.
             voice_server_->disconnect();
             sound_client_->disconnect();
-            sleep(RECONNECT_PAUSE_S);
+            interruptible([] { return sleep(RECONNECT_PAUSE_S); });
         }
     }
 }

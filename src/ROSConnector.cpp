@@ -94,7 +94,7 @@ void ROSConnector::applyWord(const std::string& word) {
 }
 
 int ROSConnector::write(const char* buf, unsigned size) {
-    if (::write(fileno(stdout), buf, size) == -1)
+    if (interruptible([&] { return ::write(fileno(stdout), buf, size); }) == -1)
         fail("Stdout write failed. error : ", errno);
     fflush(stdout);
     return 0;

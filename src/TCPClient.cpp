@@ -32,7 +32,8 @@ int TCPClient::connect(const std::string& ip_addr, uint32_t port) {
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
     address.sin_addr.s_addr = inet_addr(ip_addr.c_str());
-    if (::connect(socket_fd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == -1) {
+    const auto* const peer = reinterpret_cast<const sockaddr*>(&address);
+    if (interruptible([&] { return ::connect(socket_fd_, peer, sizeof(address)); }) == -1) {
         const int error = errno;
         LOG_AT(logWARNING) << "Socket connect error. error : " << systemErrorText(error);
         // Kept: the socket stays open, and the next connect opens another: each failed attempt
@@ -65,7 +66,7 @@ int TCPClient::send(const char* data, uint32_t size) {
         LOG_AT(logDEBUG) << "Invalid parameter.";
         return -1;
     }
-    const ssize_t count = write(socket_fd_, data, size);
+    const ssize_t count = interruptible([&] { return write(socket_fd_, data, size); });
     return count == -1 ? -4 : static_cast<int>(count);
 }
 

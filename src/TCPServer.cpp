@@ -43,9 +43,10 @@ int TCPServer::connect(uint32_t port) {
         LOG_AT(logWARNING) << "Socket accept timeout occured.";
         return -7;
     }
-    sockaddr_in peer{};
-    socklen_t size = sizeof(peer);
-    socket_fd_ = accept(server_fd_, reinterpret_cast<sockaddr*>(&peer), &size);
+    sockaddr_in address{};
+    socklen_t size = sizeof(address);
+    auto* const peer = reinterpret_cast<sockaddr*>(&address);
+    socket_fd_ = interruptible([&] { return accept(server_fd_, peer, &size); });
     if (socket_fd_ == -1)
         return -2;
     is_connect_ = true;
@@ -94,7 +95,7 @@ int TCPServer::send(const char* data, uint32_t size) {
         return -2;
     if (size == 0 || !data)
         return -1;
-    const ssize_t count = write(socket_fd_, data, size);
+    const ssize_t count = interruptible([&] { return write(socket_fd_, data, size); });
     if (count == -1) {
         const int error = errno;
         LOG_AT(logWARNING) << "Socket write failed. error : " << systemErrorText(error);

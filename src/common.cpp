@@ -6,6 +6,20 @@
 #include <cerrno>
 #include <cstring>
 
+volatile sig_atomic_t Wait::waiting = 0;
+volatile sig_atomic_t Wait::pending = 0;
+
+Wait::Wait() {
+    waiting = 1;
+    if (pending)
+        raise(pending);
+}
+
+bool Wait::mayInterrupt(int signal_number) {
+    pending = waiting ? 0 : signal_number;
+    return waiting;
+}
+
 int waitReadable(int fd, uint32_t timeout_ms) {
     if (fd < 0 || fd >= FD_SETSIZE) {
         errno = fd < 0 ? EBADF : EINVAL;
@@ -17,7 +31,7 @@ int waitReadable(int fd, uint32_t timeout_ms) {
     timeval timeout{};
     timeout.tv_sec = timeout_ms / 1000;
     timeout.tv_usec = timeout_ms % 1000 * 1000;
-    return select(fd + 1, &readable, nullptr, nullptr, &timeout);
+    return interruptible([&] { return select(fd + 1, &readable, nullptr, nullptr, &timeout); });
 }
 
 std::string systemErrorText(int error_number) {

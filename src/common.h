@@ -4,6 +4,7 @@
 #ifndef TOLVANEV_COMMON_H
 #define TOLVANEV_COMMON_H
 
+#include <csignal>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -40,6 +41,32 @@ constexpr unsigned int NOISE_FRAME_SIZE = 10;  // frames in a noise block and in
 constexpr unsigned int NOISE_MODEL_RENEW_FREQ = 500;  // examined frames between renewals: 5 s
 constexpr unsigned int NOISE_QUE_SIZE = 5;            // an average uses fewer blocks than this
 }  // namespace app_controller
+
+// Stands around every system call that can wait for a peer. An interrupt (SIGINT) ends the process
+// from inside its handler, which stops the engines and drops every queue. Amid our own code, with a
+// queue or the heap half changed, that would corrupt memory; so the handler acts while a Wait
+// stands, and leaves an interrupt that comes between two waits to the next one, microseconds later.
+class Wait {
+  public:
+    Wait();
+    ~Wait() { waiting = 0; }
+    Wait(const Wait&) = delete;
+    Wait& operator=(const Wait&) = delete;
+
+    // For the handler of this signal: true = act now, false = the next Wait raises it again.
+    static bool mayInterrupt(int signal_number);
+
+  private:
+    static volatile sig_atomic_t waiting;
+    static volatile sig_atomic_t pending;  // the signal left to the next Wait; 0 = none
+};
+
+// Runs one system call that can wait.
+template <typename Call>
+auto interruptible(Call call) {
+    const Wait wait;
+    return call();
+}
 
 // Waits until fd can be read, at most timeout_ms milliseconds; 0 polls.
 // Returns what select returns: 1 readable, 0 time-out, -1 failed with errno set. select cannot

@@ -17,6 +17,8 @@
 #include <sstream>
 #include <string>
 
+#include "common.h"
+
 enum TLogLevel {
     logERROR,
     logWARNING,
@@ -93,8 +95,7 @@ class Output2FILE {
         FILE* const stream = Stream();
         if (!stream)
             return;
-        fprintf(stream, "%s", msg.c_str());
-        fflush(stream);
+        interruptible([&] { return fprintf(stream, "%s", msg.c_str()) + fflush(stream); });
     }
 };
 

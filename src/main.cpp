@@ -18,10 +18,10 @@
 // created it.
 ApplicationPtr app;
 
-// SIGINT: stops the engines and ends the process, from inside the signal. Before the application
-// exists, an interrupt has no effect.
-void handler(int) {
-    if (!app)
+// SIGINT: stops the engines and ends the process, from inside the signal; see Wait for when. Before
+// the application exists, an interrupt has no effect.
+void handler(int signal_number) {
+    if (!app || !Wait::mayInterrupt(signal_number))
         return;
     app->finalize();
     exit(0);
