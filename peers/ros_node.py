@@ -1,0 +1,131 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""A ROS node's part: starts the bridge, takes its result frames, tells it when a sound plays.
+
+By hand:  peers/ros_node.py --out heard.wav -- build/release/Tolvanev -i 127.0.0.1 ...
+          then type "on" or "off" (a sound plays or not), "quit" or Ctrl-D ends.
+"""
+import argparse
+import os
+import signal
+import sys
+import threading
+from typing import Callable
+
+import audio
+import frames
+from bridge_process import BridgeProcess, StartError
+from frames import Frame
+from waiting import say
+
+WORDS = {True: b"play_sound_on\n", False: b"play_sound_off\n"}
+
+
+class RosNode:
+    """Starts the bridge on start(), collects its frames, ends it on stop()."""
+
+    def __init__(
+        self,
+        command: list[str],
+        log: str | None = None,
+        on_frame: Callable[[int, Frame], None] | None = None,
+    ) -> None:
+        self.bridge = BridgeProcess(command, log)
+        self.frames: list[Frame] = []  # grows as they arrive
+        self.cut_off = 0  # bytes of an incomplete last frame
+        self._on_frame = on_frame  # called from the reading thread with index and frame
+        self._reader = threading.Thread(target=self._read, name="ros node", daemon=True)
+
+    def start(self) -> None:
+        """Starts the bridge; raises StartError when there is none."""
+        self.bridge.start()
+        self._reader.start()
+
+    def play_sound(self, on: bool) -> None:
+        """Tells the bridge that a sound starts or has ended."""
+        self.bridge.write(WORDS[on])
+
+    def stop(self) -> str:
+        """Ends the bridge and says how it ended. Frames already written are still collected."""
+        status = self.bridge.stop()
+        if self._reader.ident is not None:
+            self._reader.join(timeout=2)  # the pipe ends with the bridge
+            self.bridge.output().close()
+        return status
+
+    def _read(self) -> None:
+        while len(block := frames.read_exact(self.bridge.output(), frames.SIZE)) == frames.SIZE:
+            frame = frames.parse(block)
+            self.frames.append(frame)
+            if self._on_frame:
+                self._on_frame(len(self.frames) - 1, frame)
+        self.cut_off = len(block)
+
+    def utterances(self) -> list[tuple[int, int | None]]:
+        """Start and end of each utterance as indices into `frames`; None: no end came.
+
+        An end without a start, or the reverse, happens when frames were held back meanwhile.
+        """
+        found: list[tuple[int, int | None]] = []
+        for index, frame in enumerate(list(self.frames)):
+            if frame.kind == frames.START:
+                found.append((index, None))
+            elif frame.kind == frames.END and found and found[-1][1] is None:
+                found[-1] = (found[-1][0], index)
+        return found
+
+    def heard(self) -> bytes:
+        """The audio that came, markers left out."""
+        return b"".join(frame.payload for frame in list(self.frames) if frame.kind == frames.DATA)
+
+
+def show_event(index: int, frame: Frame) -> None:
+    """Prints markers with the time in the node's own stream, which has gaps."""
+    if frame.kind != frames.DATA:
+        name = frames.NAMES.get(frame.kind, f"type {frame.kind}")
+        print(f"{index / frames.PER_SECOND:8.2f} s  {name}", flush=True)
+
+
+def converse(node: RosNode) -> None:
+    """Follows standard input until it ends or says quit, or the bridge has ended."""
+    meanings = {"on": True, "play_sound_on": True, "off": False, "play_sound_off": False}
+    for line in sys.stdin:
+        word = line.strip().lower()
+        if word == "quit":
+            return
+        if word in meanings:
+            node.play_sound(meanings[word])
+        elif word:
+            say(f"not a command: {word} (commands: on, off, quit)")
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description="Stands in for the ROS node.")
+    parser.add_argument("--log", help="file for the bridge's messages (default: shown here)")
+    parser.add_argument("--out", metavar="WAV", help="file for the audio that comes")
+    parser.add_argument("command", nargs="+", help="bridge and its arguments, after --")
+    options = parser.parse_args()
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    node = RosNode(options.command, options.log, show_event)
+    try:
+        node.start()
+        # A signal to the process wakes the main thread out of reading standard input.
+        node.bridge.on_exit(lambda: os.kill(os.getpid(), signal.SIGTERM))
+        converse(node)
+    except (StartError, BrokenPipeError) as error:
+        say(str(error))
+        return 1
+    except KeyboardInterrupt:
+        pass  # by hand, or the bridge has ended; the status below tells
+    finally:
+        signal.signal(signal.SIGTERM, signal.SIG_IGN)  # the bridge's end now comes from us
+        status = node.stop()
+        counts = frames.count(frame.kind for frame in node.frames)
+        say(f"bridge {status}; frames: {frames.describe(counts)}")
+        if options.out:
+            audio.save(options.out, node.heard())
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,110 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""A voice server: plays audio to the bridge and records the cleaned audio that comes back.
+
+By hand:  peers/voice_server.py speech.wav --out cleaned.wav
+Live:     arecord -t raw -r 16000 -f S16_LE -c 1 | peers/voice_server.py - --out cleaned.wav
+"""
+import argparse
+import signal
+import sys
+from typing import Iterable
+
+import audio
+import frames
+from voice_link import LinkError, VoiceLink
+from waiting import say
+
+
+class VoiceServer:
+    """Sends one recording and collects what returns. The connection stays until close()."""
+
+    def __init__(self, link: VoiceLink, markers: bool = True) -> None:
+        self.link = link
+        self.markers = markers  # TOF before and EOF after the audio
+
+    def play(self, payloads: Iterable[bytes]) -> None:
+        """Sends TOF, the payloads and EOF, then silence until all of it has come back."""
+        if self.markers:
+            self.link.send(frames.TOF)
+        for payload in payloads:
+            self.link.send(frames.DATA, payload)
+        if self.markers:
+            self.link.send(frames.EOF)
+        self._drain()
+
+    def _drain(self) -> None:
+        """Pushes the rest through the bridge's delay line, which only new frames move.
+
+        Ends when our EOF has come back. A renewal may have swallowed it, hence the limit;
+        without markers nothing tells the end, and the limit alone counts.
+        """
+        # Three seconds and half of one; delay line and engines hold about a fifth of one.
+        limit = (3 if self.markers else 0.5) * frames.PER_SECOND
+        for _ in range(int(limit)):
+            if self.markers and self.link.final_eof_returned():
+                return
+            self.link.send(frames.DATA, frames.SILENCE)
+
+    def cleaned(self) -> bytes:
+        """The audio that came back so far, markers left out."""
+        return b"".join(r.payload for r in self.link.returned() if r.kind == frames.DATA)
+
+    def summary(self) -> str:
+        """Frames sent and returned by type, one line each."""
+        sent = frames.describe(self.link.sent_counts())
+        back = frames.describe(frames.count(r.kind for r in self.link.returned()))
+        return f"sent     {sent}\nreturned {back}"
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(
+        description="Plays audio to the bridge as a voice server and records what comes back.",
+        epilog="When the connection closes, the bridge ends with its next write; --stay keeps it.",
+    )
+    parser.add_argument("input", help="audio file, or - for raw 16 kHz mono 16 bit on stdin")
+    parser.add_argument("--host", default="127.0.0.1", help="where the bridge runs (%(default)s)")
+    parser.add_argument("--port", type=int, default=16001, help="its -s port (%(default)s)")
+    parser.add_argument("--out", metavar="WAV", help="file for the returned audio")
+    parser.add_argument("--fast", action="store_true", help="as fast as answered, not real time")
+    parser.add_argument("--no-markers", action="store_true", help="no TOF first and EOF last")
+    parser.add_argument("--stay", action="store_true", help="stay connected afterwards")
+    parser.add_argument("--wait", type=float, default=60, help="seconds to connect (%(default)s)")
+    return parser.parse_args()
+
+
+def play(options: argparse.Namespace, link: VoiceLink) -> None:
+    server = VoiceServer(link, markers=not options.no_markers)
+    live = options.input == "-"
+    stdin = sys.stdin.buffer
+    source = frames.read_payloads(stdin) if live else frames.cut(audio.load(options.input))
+    try:
+        link.connect(options.wait)
+        server.play(source)
+        if options.stay:
+            say("all sent, staying connected until the bridge ends or Ctrl-C")
+            link.wait_closed()
+    except KeyboardInterrupt:
+        say("interrupted")
+    finally:
+        link.close()
+        if link.was_connected():
+            print(server.summary(), flush=True)
+            if options.out:
+                audio.save(options.out, server.cleaned())
+
+
+def main() -> int:
+    options = parse_arguments()
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    link = VoiceLink(options.host, options.port, fast=options.fast, live=options.input == "-")
+    try:
+        play(options, link)
+    except (audio.AudioError, LinkError) as error:
+        say(str(error))
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
