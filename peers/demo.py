@@ -1,0 +1,189 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""Runs the bridge, its engines and all its peers on real speech, and measures what comes out.
+
+The story: passages of speech in noise go from the voice server through the bridge and back. One
+passage is said while the sound client has end-point detection off, one while the ROS node plays a
+sound; of these the ROS node must hear nothing. Now and then the bridge renews its noise model.
+"""
+import argparse
+import signal
+import sys
+import time
+from pathlib import Path
+
+import audio
+import frames
+import measure
+import picture
+import report
+import scene as scenes
+from bridge_process import StartError
+from ros_node import RosNode
+from sound_client import CommandError, SoundClient
+from voice_link import LinkError, VoiceLink
+from voice_server import VoiceServer
+from waiting import free_port
+
+ROOT = Path(__file__).resolve().parent.parent
+CONNECT = 20  # seconds for the bridge to connect; it retries every 5 s
+LOG_TAIL = 15  # last lines of the bridge's log that are shown when a run fails
+
+
+class Demo:
+    """One run: the parties, what happens when, and the progress line."""
+
+    def __init__(self, scene: scenes.Scene, options: argparse.Namespace) -> None:
+        self.scene, self.fast = scene, options.fast
+        port = free_port()
+        build = options.build
+        self.sound_client = SoundClient()
+        command = [build / "Tolvanev", "-i", "127.0.0.1", "-c", self.sound_client.port, "-s", port]
+        command += ["-b", build / "tolvanev-engine", "-l", "info"]
+        command += ["-m", build / "mmse.ini", "-v", build / "vad.ini"]
+        self.node = RosNode([str(word) for word in command], str(options.out / "bridge.log"))
+        self.link = VoiceLink("127.0.0.1", port, options.fast, on_frame=self._before_frame)
+        self.server = VoiceServer(self.link)
+        self.switched: list[tuple[int, str]] = []
+        self.told: list[tuple[int, str]] = []
+        self._plan = sorted(
+            [
+                (scene.epd_off[0], "EPD off", lambda: self.sound_client.send("epd_off")),
+                (scene.epd_off[1], "EPD on", lambda: self.sound_client.send("epd_on")),
+                (scene.sound[0], "sound on", lambda: self.node.play_sound(True)),
+                (scene.sound[1], "sound off", lambda: self.node.play_sound(False)),
+            ],
+            key=lambda step: step[0],
+        )
+        self._state = {"EPD": "on", "sound": "off"}
+        self._shown = 0.0  # when progress was last shown
+        self.status = "was not started"  # how the bridge ended
+
+    def run(self) -> None:
+        """Plays the scene; whatever happens, nothing keeps running afterwards."""
+        try:
+            self.node.start()
+            self.link.connect(CONNECT)
+            self.server.play(frames.cut(self.scene.noisy.tobytes()))
+            self._show(self.link.progress()[0], last=True)
+        finally:
+            # The bridge first: it would be killed by a write to a voice server that has gone.
+            self.status = self.node.stop()
+            self.link.close()
+            self.sound_client.close()
+
+    def _before_frame(self, number: int) -> None:
+        """Does what is due before this frame. Frame 0 is TOF, so the recording starts at 1."""
+        at = number - 1
+        while len(self.told) < len(self.sound_client.told):
+            self.told.append((at, self.sound_client.told[len(self.told)].text))
+        while self._plan and at >= self._plan[0][0]:
+            _, name, action = self._plan.pop(0)
+            action()
+            self.switched.append((at, name))
+            what, state = name.split()
+            self._state[what] = state
+        self._show(number)
+
+    def _show(self, number: int, last: bool = False) -> None:
+        terminal = sys.stderr.isatty()
+        now = time.monotonic()
+        if not last and now - self._shown < (0.25 if terminal else 10):
+            return
+        self._shown = now
+        at = min(max(0, number - 1), self.scene.length()) / frames.PER_SECOND
+        whole = self.scene.length() / frames.PER_SECOND
+        text = (
+            f"{at:4.1f}/{whole:.1f} s: sent {number}, back {self.link.progress()[1]}, "
+            f"ROS {len(self.node.frames)}, utterances {len(self.node.utterances())}, "
+            f"EPD {self._state['EPD']}, sound {self._state['sound']}"
+        )
+        end = "\n" if last or not terminal else ""
+        clear = "\r\033[K" if terminal else ""  # the line before may have been longer
+        print(clear + text, end=end, file=sys.stderr, flush=True)
+
+
+def write_results(demo: Demo, out: Path) -> list[str]:
+    """Measures, writes all files and prints the summary; returns what was wrong."""
+    scene, node = demo.scene, demo.node
+    audio.save(out / "cleaned.wav", demo.server.cleaned())
+    audio.save(out / "heard.wav", node.heard())
+    returned = demo.link.returned()
+    run = report.Run(
+        scene=scene,
+        sent=demo.link.sent_counts(),
+        back=frames.count(frame.kind for frame in returned),
+        heard_counts=frames.count(frame.kind for frame in node.frames),
+        comparison=measure.compare(scene, returned),
+        heard=measure.Heard(scene, node),
+        switched=demo.switched,
+        told=demo.told,
+        log=(out / "bridge.log").read_text(errors="replace"),
+        status=demo.status,
+        pace="as fast as answered" if demo.fast else "real time",
+    )
+    (out / "utterances.txt").write_text(report.events(run))
+    (out / "overview.svg").write_text(picture.draw(scene, run.comparison, run.heard))
+    wrong = report.problems(run)
+    verdict = "".join(f"FAILED: {text}\n" for text in wrong) or "Audio came through.\n"
+    text = report.summary(run) + verdict
+    (out / "summary.txt").write_text(text)
+    print(f"\n{text}\n{report.files(out)}", end="", flush=True)
+    return wrong
+
+
+def show_end(demo: Demo, path: Path) -> None:
+    """How the bridge ended, and its last words when it had any."""
+    print(f"demo: the bridge {demo.status}", file=sys.stderr)
+    if path.exists() and (lines := path.read_text(errors="replace").splitlines()):
+        print(f"Last lines of {path}:", *lines[-LOG_TAIL:], sep="\n  ", file=sys.stderr)
+
+
+def near(path: Path) -> Path:
+    """The path as seen from the current folder, when it lies below."""
+    here = Path.cwd()
+    return path.relative_to(here) if path.is_relative_to(here) else path
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(prog="demo", description="Runs everything on real speech.")
+    parser.add_argument("wav", nargs="?", help="your own speech, any format sox reads")
+    parser.add_argument("--fast", action="store_true", help="as fast as answered, not real time")
+    parser.add_argument("--snr", type=float, default=10, help="speech over noise (%(default)s dB)")
+    parser.add_argument("--out", type=Path, default=near(ROOT / "demo-out"), help="(%(default)s)")
+    build = near(ROOT / "build/release")
+    parser.add_argument("--build", type=Path, default=build, help="programs (%(default)s)")
+    return parser.parse_args()
+
+
+def perform(options: argparse.Namespace) -> int:
+    scene = scenes.build(options.snr, options.wav)
+    options.out.mkdir(parents=True, exist_ok=True)
+    audio.save(options.out / "clean.wav", scene.clean.tobytes())
+    audio.save(options.out / "noisy.wav", scene.noisy.tobytes())
+    demo = Demo(scene, options)
+    try:
+        demo.run()
+    except (LinkError, CommandError, OSError) as error:
+        print(f"\ndemo: {error}", file=sys.stderr)
+        show_end(demo, options.out / "bridge.log")
+        return 1
+    return 1 if write_results(demo, options.out) else 0
+
+
+def main() -> int:
+    options = parse_arguments()
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    try:
+        return perform(options)
+    except KeyboardInterrupt:
+        print("\ndemo: interrupted", file=sys.stderr)
+    except (audio.AudioError, StartError) as error:
+        print(f"demo: {error}", file=sys.stderr)
+    except OSError as error:
+        print(f"demo: {error.filename or options.out}: {error.strerror}", file=sys.stderr)
+    return 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,170 @@
+# SPDX-License-Identifier: MIT
+"""The demo's recording: passages of human speech with pauses, and noise over all of it."""
+from dataclasses import dataclass
+from pathlib import Path
+
+import numpy as np
+
+import audio
+import frames
+
+# Real recordings of several speakers, 16 kHz, from Debian's package pocketsphinx-testdata.
+RECORDINGS = Path("/usr/share/pocketsphinx/test/data")
+SPOKEN = [
+    "goforward.raw",
+    "something.raw",
+    "librivox/sense_and_sensibility_01_austen_64kb-0930.wav",
+    "cards/005.wav",
+    "librivox/sense_and_sensibility_01_austen_64kb-0880.wav",
+    "librivox/sense_and_sensibility_01_austen_64kb-0870.wav",
+    "cards/001.wav",
+    "numbers.raw",
+]
+EPD_PASSAGE, SOUND_PASSAGE = 2, 4  # said while end-point detection is off, while a sound plays
+
+LEAD = 120  # frames of noise before the first word, so that the engines can settle
+PAUSE = 80  # frames between passages, at least
+RENEWAL = 500  # the bridge looks every so many frames whether it may renew its noise model
+# It does so only outside utterances. These frames around each multiple stay free of speech; the
+# count drifts by a few frames each time because markers count too and renewals drop frames.
+QUIET_BEFORE, QUIET_AFTER = 60, 40
+SPEECH_LEVEL = -24.0  # dB below full scale, RMS: a usual speaking level with room for peaks
+QUIETEST = 10  # RMS of the samples; below it there is little but rounding noise
+SHORTEST, LONGEST = 40, 60  # seconds of recording: several renewals, yet done within two minutes
+SEED = 1  # every run gets the same noise
+
+
+@dataclass
+class Passage:
+    """Uninterrupted speech; start and end in frames of the recording."""
+
+    start: int
+    end: int
+
+
+@dataclass
+class Scene:
+    """Recording and plan of the demo; sample arrays are int16, times in frames."""
+
+    clean: np.ndarray
+    noisy: np.ndarray
+    passages: list[Passage]
+    epd_off: tuple[int, int]
+    sound: tuple[int, int]
+    snr: float
+    source: str
+
+    def length(self) -> int:
+        return len(self.noisy) // frames.SAMPLES
+
+
+def decibel(ratio: float) -> float:
+    return 20 * np.log10(max(ratio, 1e-9))
+
+
+def rms(samples: np.ndarray) -> float:
+    return float(np.sqrt(np.mean(np.square(samples, dtype=np.float64)))) if len(samples) else 0.0
+
+
+def find_speech(samples: np.ndarray, gap: int) -> list[Passage]:
+    """Where it is loud: within 30 dB of the loudest frames, gaps below `gap` frames bridged."""
+    whole = samples[: len(samples) // frames.SAMPLES * frames.SAMPLES]
+    levels = np.sqrt(np.mean(whole.reshape(-1, frames.SAMPLES) ** 2, axis=1))
+    if not len(levels) or levels.max() <= 0:
+        return []
+    found: list[Passage] = []
+    for index in np.flatnonzero(levels > np.percentile(levels, 98) * 10 ** (-30 / 20)):
+        if found and index - found[-1].end < gap:
+            found[-1].end = int(index) + 1
+        else:
+            found.append(Passage(int(index), int(index) + 1))
+    return [passage for passage in found if passage.end - passage.start >= 10]  # not clicks
+
+
+def load_clip(path: str | Path) -> np.ndarray:
+    """Samples of one recording, without silence at both ends, at the usual level."""
+    samples = np.frombuffer(audio.load(path), dtype="<i2").astype(np.float64)
+    speech = find_speech(samples, gap=len(samples))
+    if not speech or rms(samples) < QUIETEST:
+        raise audio.AudioError(f"{path}: no sound in it, or hardly any")
+    margin = 5  # frames kept at both ends, for soft consonants
+    start, end = max(0, speech[0].start - margin), speech[0].end + margin
+    samples = samples[start * frames.SAMPLES : end * frames.SAMPLES]
+    samples = np.pad(samples, (0, -len(samples) % frames.SAMPLES))
+    fade = np.linspace(0, 1, frames.SAMPLES)
+    samples[: len(fade)] *= fade
+    samples[-len(fade) :] *= fade[::-1]
+    return samples * (32768 * 10 ** (SPEECH_LEVEL / 20) / rms(samples))
+
+
+def lay_out(lengths: list[int]) -> list[Passage]:
+    """Places passages one after the other, away from the frames at which renewals happen."""
+    result: list[Passage] = []
+    at = LEAD
+    for length in lengths:
+        mark = (at // RENEWAL + 1) * RENEWAL
+        if at % RENEWAL < QUIET_AFTER and at > LEAD:
+            at += QUIET_AFTER - at % RENEWAL
+        elif at + length > mark - QUIET_BEFORE:
+            at = mark + QUIET_AFTER
+        result.append(Passage(at, at + length))
+        at += length + PAUSE
+    return result
+
+
+def pink_noise(count: int, level: float) -> np.ndarray:
+    """Noise whose power falls by 3 dB an octave, as that of fans and rooms roughly does."""
+    spectrum = np.fft.rfft(np.random.default_rng(SEED).standard_normal(count))
+    frequency = np.fft.rfftfreq(count, 1 / frames.RATE)
+    noise = np.fft.irfft(spectrum / np.sqrt(np.maximum(frequency, 50)), count)  # flat below 50 Hz
+    return noise * (level / rms(noise))
+
+
+def speech_of_package() -> tuple[np.ndarray, list[Passage]]:
+    clips = [load_clip(RECORDINGS / name) for name in SPOKEN]
+    passages = lay_out([len(clip) // frames.SAMPLES for clip in clips])
+    clean = np.zeros((passages[-1].end + LEAD) * frames.SAMPLES)
+    for clip, passage in zip(clips, passages):
+        clean[passage.start * frames.SAMPLES :][: len(clip)] = clip
+    return clean, passages
+
+
+def speech_of_user(path: str) -> tuple[np.ndarray, list[Passage]]:
+    """The file as it is, repeated when it is short, cut when it is long."""
+    clip = np.concatenate([load_clip(path), np.zeros(PAUSE * frames.SAMPLES)])
+    times = -(-SHORTEST * frames.RATE // len(clip))
+    spoken = np.tile(clip, times)[: LONGEST * frames.RATE]
+    lead = np.zeros(LEAD * frames.SAMPLES)
+    clean = np.concatenate([lead, spoken, lead])
+    return clean, find_speech(clean, gap=30)  # shorter pauses belong to the passage
+
+
+def plan(passages: list[Passage], number: int, length: int, fraction: float) -> tuple[int, int]:
+    """From when until when something is switched: around a passage, if there are enough.
+
+    What is held back is not counted toward renewals; a whole period keeps them where they were.
+    """
+    start = passages[number].start - 20 if number < len(passages) else int(length * fraction)
+    return start, start + RENEWAL
+
+
+def build(snr: float, path: str | None = None) -> Scene:
+    """The whole scene; `snr` in dB is speech in passages over noise. Raises AudioError."""
+    clean, passages = speech_of_user(path) if path else speech_of_package()
+    clean = clean[: len(clean) // frames.SAMPLES * frames.SAMPLES]
+    length = len(clean) // frames.SAMPLES
+    speech = 32768 * 10 ** (SPEECH_LEVEL / 20)
+    noisy = clean + pink_noise(len(clean), speech * 10 ** (-snr / 20))
+    return Scene(
+        clean=to_samples(clean),
+        noisy=to_samples(noisy),
+        passages=passages,
+        epd_off=plan(passages, EPD_PASSAGE, length, 0.3),
+        sound=plan(passages, SOUND_PASSAGE, length, 0.6),
+        snr=snr,
+        source=path or f"{len(SPOKEN)} recordings of {RECORDINGS}",
+    )
+
+
+def to_samples(values: np.ndarray) -> np.ndarray:
+    return np.clip(np.round(values), -32768, 32767).astype("<i2")
