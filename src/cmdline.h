@@ -43,8 +43,12 @@ bool fromText(const std::string& text, T& value) {
         return true;
     } else {
         const char* const end = text.data() + text.size();
-        const auto [stop, error] = std::from_chars(text.data(), end, value);
-        return error == std::errc() && stop == end;
+        T number{};
+        const auto [stop, error] = std::from_chars(text.data(), end, number);
+        if (error != std::errc() || stop != end)
+            return false;
+        value = number;
+        return true;
     }
 }
 

@@ -6,20 +6,6 @@
 #include <cerrno>
 #include <cstring>
 
-volatile sig_atomic_t Wait::waiting = 0;
-volatile sig_atomic_t Wait::pending = 0;
-
-Wait::Wait() {
-    waiting = 1;
-    if (pending)
-        raise(pending);
-}
-
-bool Wait::mayInterrupt(int signal_number) {
-    pending = waiting ? 0 : signal_number;
-    return waiting;
-}
-
 int waitReadable(int fd, uint32_t timeout_ms) {
     if (fd < 0 || fd >= FD_SETSIZE) {
         errno = fd < 0 ? EBADF : EINVAL;

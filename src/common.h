@@ -48,17 +48,24 @@ constexpr unsigned int NOISE_QUE_SIZE = 5;            // an average uses fewer b
 // stands, and leaves an interrupt that comes between two waits to the next one, microseconds later.
 class Wait {
   public:
-    Wait();
+    Wait() {
+        waiting = 1;
+        if (pending)
+            raise(pending);
+    }
     ~Wait() { waiting = 0; }
     Wait(const Wait&) = delete;
     Wait& operator=(const Wait&) = delete;
 
     // For the handler of this signal: true = act now, false = the next Wait raises it again.
-    static bool mayInterrupt(int signal_number);
+    static bool mayInterrupt(int signal_number) {
+        pending = waiting ? 0 : signal_number;
+        return waiting;
+    }
 
   private:
-    static volatile sig_atomic_t waiting;
-    static volatile sig_atomic_t pending;  // the signal left to the next Wait; 0 = none
+    static inline volatile sig_atomic_t waiting = 0;
+    static inline volatile sig_atomic_t pending = 0;  // the signal left to the next Wait; 0 = none
 };
 
 // Runs one system call that can wait.
