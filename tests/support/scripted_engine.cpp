@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: MIT
+// The test double of an engine. Its "settings file" is its script, one directive a line:
+//
+//     role mmse | vad    frames of 324 or 104 bytes out (default mmse)
+//     log PATH           append "pid start", "pid emitted" (if told to emit),
+//                        "pid frame TYPE FIRST_SAMPLE", "pid end" lines
+//     emit TYPE...       at start, write frames of these types, numbered from 1
+//     start N, end N     vad: a START or END frame ahead of the answer to the N-th data frame
+//     silent             answer nothing
+//     exit_after N       end after N input frames
+//     ignore_term        ignore SIGTERM
+//
+// Otherwise each input frame is answered at once by one frame of its type: an MMSE engine returns
+// the samples negated, so that a test can tell its output from the input, and a VAD engine sends
+// the first sample as its first float.
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr size_t AUDIO_FRAME = 324;
+constexpr size_t VAD_FRAME = 104;
+
+struct Script {
+    bool vad = false;
+    bool silent = false;
+    long exit_after = -1;
+    std::string log;
+    std::vector<int> emitted;
+    std::set<long> starts;
+    std::set<long> ends;
+};
+
+Script readScript(const char* path) {
+    Script script;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line);
+        std::string directive;
+        words >> directive;
+        long number = 0;
+        if (directive == "role")
+            words >> directive, script.vad = directive == "vad";
+        else if (directive == "log")
+            words >> script.log;
+        else if (directive == "emit")
+            while (words >> number)
+                script.emitted.push_back(static_cast<int>(number));
+        else if (directive == "start" && words >> number)
+            script.starts.insert(number);
+        else if (directive == "end" && words >> number)
+            script.ends.insert(number);
+        else if (directive == "silent")
+            script.silent = true;
+        else if (directive == "exit_after")
+            words >> script.exit_after;
+        else if (directive == "ignore_term")
+            signal(SIGTERM, SIG_IGN);
+        else if (!directive.empty())
+            fprintf(stderr, "scripted_engine: %s: unknown directive %s\n", path, directive.c_str());
+    }
+    return script;
+}
+
+class Engine {
+  public:
+    explicit Engine(const Script& script) : script_(script) {}
+
+    int run() {
+        log("start");
+        for (size_t i = 0; i < script_.emitted.size(); ++i)
+            send(script_.emitted[i], static_cast<int16_t>(i + 1));
+        if (!script_.emitted.empty())
+            log("emitted");
+        long inputs = 0;
+        for (char frame[AUDIO_FRAME]; inputs != script_.exit_after && receive(frame); ++inputs)
+            answer(frame);
+        log("end");
+        return 0;
+    }
+
+  private:
+    static bool receive(char* frame) {
+        for (size_t have = 0; have < AUDIO_FRAME;) {
+            const ssize_t count = read(STDIN_FILENO, frame + have, AUDIO_FRAME - have);
+            if (count <= 0)
+                return false;
+            have += static_cast<size_t>(count);
+        }
+        return true;
+    }
+
+    void answer(const char* frame) {
+        int32_t type = 0;
+        int16_t samples[160];
+        memcpy(&type, frame, sizeof(type));
+        memcpy(samples, frame + sizeof(type), sizeof(samples));
+        log("frame " + std::to_string(type) + " " + std::to_string(samples[0]));
+        if (script_.silent)
+            return;
+        if (script_.vad) {
+            data_frames_ += type == 0;
+            if (type == 0 && script_.starts.count(data_frames_))
+                send(1, samples[0]);
+            if (type == 0 && script_.ends.count(data_frames_))
+                send(2, samples[0]);
+            send(type, samples[0]);
+        } else {
+            char reply[AUDIO_FRAME];
+            for (int16_t& sample : samples)
+                sample = static_cast<int16_t>(-sample);
+            memcpy(reply, &type, sizeof(type));
+            memcpy(reply + sizeof(type), samples, sizeof(samples));
+            put(reply, AUDIO_FRAME);
+        }
+    }
+
+    // A frame of this type whose first value is `first`, the rest zeros.
+    void send(int32_t type, int16_t first) {
+        char frame[AUDIO_FRAME] = {};
+        memcpy(frame, &type, sizeof(type));
+        const float number = first;
+        if (script_.vad)
+            memcpy(frame + sizeof(type), &number, sizeof(number));
+        else
+            memcpy(frame + sizeof(type), &first, sizeof(first));
+        put(frame, script_.vad ? VAD_FRAME : AUDIO_FRAME);
+    }
+
+    static void put(const char* bytes, size_t size) {
+        if (write(STDOUT_FILENO, bytes, size) != static_cast<ssize_t>(size))
+            _exit(1);  // nobody reads any more
+    }
+
+    void log(const std::string& event) const {
+        if (script_.log.empty())
+            return;
+        std::ofstream file(script_.log, std::ios::app);
+        file << getpid() << " " << event << std::endl;
+    }
+
+    Script script_;
+    long data_frames_ = 0;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return argc == 2 ? Engine(readScript(argv[1])).run() : 2;
+}
