@@ -1,0 +1,193 @@
+# SPDX-License-Identifier: MIT
+"""Every way to end, with its message and its status. What the table in README.md says is told here."""
+import os
+import signal
+import socket
+import struct
+import threading
+import unittest
+
+import frames
+from bridge_process import members
+from story import BOUND, Story
+from voice_link import LinkError
+
+TERMINATE = "ERROR: Terminate application.\n"
+
+
+def reset(connection: socket.socket) -> None:
+    """Closes so that the other side gets a reset instead of an orderly end."""
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    connection.close()
+
+
+class Ending(Story):
+    def connect_plainly(self) -> socket.socket:
+        """A voice server that only sends."""
+        self.start_client()
+        self.start_bridge()
+        peer = None
+
+        def connected() -> bool:
+            nonlocal peer
+            try:
+                peer = socket.create_connection(("127.0.0.1", self.server_port), 1)
+            except OSError:
+                return False
+            return True
+
+        self.wait_for(connected, "the bridge to listen")
+        self.addCleanup(peer.close)
+        self.wait_for(lambda: "[Connected]" in self.log(), "the bridge to be connected")
+        return peer
+
+    def signal_bridge(self, number: int) -> None:
+        os.kill(self.node.bridge.pid(), number)
+
+    def expect_no_engine(self) -> None:
+        group = self.node.bridge.pid()
+        self.wait_for(lambda: not members(group), "the engines to end")
+
+    def test_reset_by_the_voice_server(self):
+        voice = self.connect_plainly()
+        reset(voice)
+        self.assertEqual(self.wait_for_end(), "status 0")
+        self.assertTrue(self.log().endswith("[VoiceServerError] Data connector read failed.\n"))
+        self.expect_no_engine()
+
+    def test_close_by_the_voice_server(self):
+        # Kept: not noticed in itself; the frames that still come back for it end the process. If
+        # frames lay unread when it closed, its system has reset the connection instead.
+        voice = self.connect_plainly()
+        voice.close()
+        ending = self.wait_for_end()
+        was_reset = "[VoiceServerError] Data connector read failed.\n" in self.log()
+        self.assertEqual(ending, "status 0" if was_reset else "killed by SIGPIPE")
+        self.expect_no_engine()
+
+    def test_reset_by_the_sound_client(self):
+        with socket.create_server(("127.0.0.1", self.client_port)) as listener:
+            self.start_bridge()
+            client, _ = listener.accept()
+        self.start_voice()
+        self.wait_for(lambda: "[Connected]" in self.log(), "the bridge to be connected")
+        reset(client)
+        self.assertEqual(self.wait_for_end(), "status 0")
+        self.assertIn("[SoundClientError] Unknown Exception.\n", self.log())
+        self.assertNotIn(TERMINATE, self.log())
+
+    def test_close_by_the_sound_client_is_not_noticed(self):
+        self.start()
+        self.client.close()
+        self.client = None
+        self.send(1, 30)
+        self.send_silence_until(lambda: (frames.DATA, -30) in self.returned(), "frame 30")
+        self.assertTrue(self.node.bridge.running())
+
+    def test_end_of_standard_input(self):
+        self.start()
+        self.node.bridge.close_input()
+        self.assertEqual(self.wait_for_end(), "status 0")
+        self.assertIn("[ROSConnectorError] ROS connector read failed.\n", self.log())
+        self.assertTrue(self.log().endswith(TERMINATE))
+        self.expect_no_engine()
+
+    def test_node_that_stops_reading_for_good(self):
+        self.start()
+        self.node.bridge.output().close()
+        self.assertEqual(self.wait_for_end(), "killed by SIGPIPE")
+        self.expect_no_engine()
+
+    def test_engine_with_an_unknown_frame_type(self):
+        self.start(vad=["emit 5"])
+        self.assertEqual(self.wait_for_end(), "status 0")
+        self.assertIn("[AppcontrollerError] Unknown Exception.\n", self.log())
+        self.assertTrue(self.log().endswith(TERMINATE))
+
+    def test_mmse_engine_that_dies(self):
+        self.start(mmse=["exit_after 20"])
+        self.assertEqual(self.wait_for_end(), "killed by SIGPIPE")
+        self.expect_no_engine()
+
+    def test_vad_engine_that_dies(self):
+        self.start(vad=["exit_after 20"])
+        self.assertEqual(self.wait_for_end(), "killed by SIGPIPE")
+        self.expect_no_engine()
+
+    def test_engine_that_does_not_exist(self):
+        # Kept: starting it succeeds as far as the bridge can see; its first frame ends the process.
+        self.start(engine=self.folder / "missing")
+        self.assertEqual(self.wait_for_end(), "killed by SIGPIPE")
+
+    def test_interrupt_while_processing(self):
+        self.start()
+        self.send(1, 20)
+        self.signal_bridge(signal.SIGINT)
+        self.assertEqual(self.wait_for_end(), "status 0")
+        self.assertNotIn(TERMINATE, self.log())
+        self.expect_no_engine()
+
+    def test_interrupt_at_any_moment(self):
+        # A flood keeps the bridge out of its waits most of the time.
+        self.start()
+        self.addCleanup(self.stop_flood)
+        self.flood = threading.Thread(target=self.send_for_ever, daemon=True)
+        self.flood.start()
+        self.wait_for(lambda: len(self.returned()) > 100, "the flood")
+        self.signal_bridge(signal.SIGINT)
+        self.assertEqual(self.wait_for_end(), "status 0")
+        self.expect_no_engine()
+
+    def send_for_ever(self) -> None:
+        try:
+            while True:
+                self.send(1, 100)
+        except LinkError:
+            pass  # the bridge has ended
+
+    def stop_flood(self) -> None:
+        self.flood.join(BOUND)
+        self.assertFalse(self.flood.is_alive())
+
+    def test_interrupt_while_connecting(self):
+        self.start_bridge()
+        self.wait_for(lambda: "Connecting" in self.log(), "the first attempt")
+        self.signal_bridge(signal.SIGINT)
+        self.assertEqual(self.wait_for_end(), "status 0")
+        self.expect_no_engine()
+
+    def test_terminated_bridge_leaves_no_engine(self):
+        self.start()
+        self.signal_bridge(signal.SIGTERM)
+        self.assertEqual(self.wait_for_end(), "killed by SIGTERM")
+        self.expect_no_engine()
+
+    def test_killed_bridge_leaves_no_engine(self):
+        self.start()
+        self.signal_bridge(signal.SIGKILL)
+        self.assertEqual(self.wait_for_end(), "killed by SIGKILL")
+        self.expect_no_engine()
+
+    def test_descriptors_do_not_grow_while_processing(self):
+        self.start()
+        self.send(1, 20)
+        self.send_silence_until(lambda: (frames.DATA, -20) in self.returned(), "frame 20")
+        folder = f"/proc/{self.node.bridge.pid()}/fd"
+        before = len(os.listdir(folder))
+        self.send(21, 600)  # across a renewal
+        self.send_silence_until(lambda: "renew noize model." in self.log(), "a renewal")
+        self.send(601, 630)
+        self.send_silence_until(lambda: (frames.DATA, -630) in self.returned(), "frame 630")
+        self.assertEqual(len(os.listdir(folder)), before)
+
+    def test_ports_are_free_again(self):
+        self.start()
+        self.node.bridge.close_input()
+        self.wait_for_end()
+        with socket.socket() as probe:
+            probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            probe.bind(("127.0.0.1", self.server_port))
+
+
+if __name__ == "__main__":
+    unittest.main()

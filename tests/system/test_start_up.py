@@ -1,0 +1,74 @@
+# SPDX-License-Identifier: MIT
+"""What the program says and does before it runs. Every one of these ends with status 0."""
+import os
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+from story import BOUND, BRIDGE
+
+HELP = """usage: {} [options] ... 
+options:
+  -h, --help           print help
+  -i, --ipaddr         voice server ip addr (string [=172.0.0.1])
+  -m, --mmse           mmse setting file (string [=./Tolvanev.mmse.ini])
+  -v, --vad            vad setting file (string [=./Tolvanev.vad.ini])
+  -b, --binary         Tolvane binary dir (string [=./Tolvanev])
+  -l, --log_level      loglevel (err, warn, info, debug) (string [=info])
+  -c, --client_port    voice server client port (unsigned short [=5002])
+  -s, --server_port    voice server server port (unsigned short [=16001])
+"""
+
+
+class StartUp(unittest.TestCase):
+    def run_bridge(self, *arguments: str, cwd=None) -> str:
+        """Runs it to its end and returns its standard error."""
+        done = subprocess.run(
+            [str(BRIDGE), *arguments], cwd=cwd, capture_output=True, timeout=BOUND, text=True
+        )
+        self.assertEqual((done.returncode, done.stdout), (0, ""))
+        return done.stderr
+
+    def test_help_is_complete(self):
+        self.assertEqual(self.run_bridge("-h"), HELP.format(BRIDGE))
+        self.assertEqual(self.run_bridge("--help"), HELP.format(BRIDGE))
+
+    def test_help_wins_over_valid_options(self):
+        self.assertEqual(self.run_bridge("-c", "1", "-h"), HELP.format(BRIDGE))
+
+    def test_errors_stand_before_the_help_text(self):
+        said = self.run_bridge("--nope", "-x", "-c", "70000", "-b")
+        errors = (
+            "undefined option: --nope\n"
+            "undefined short option: -x\n"
+            "option value is invalid: --client_port=70000\n"
+            "option needs value: --binary\n"
+        )
+        self.assertEqual(said, errors + HELP.format(BRIDGE))
+
+    def test_log_level_is_a_lower_case_word(self):
+        for word in ("DEBUG", "error", "", "info "):
+            self.assertEqual(self.run_bridge("-l", word), "Invalid log level.\n")
+
+    def test_bridge_refuses_to_be_its_own_engine(self):
+        with tempfile.TemporaryDirectory() as folder:
+            said = self.run_bridge("-b", str(BRIDGE))
+            self.assertIn("is this program itself", said)
+            self.assertEqual(said.count("\n"), 1)
+            link = os.path.join(folder, "engine")
+            os.symlink(BRIDGE, link)
+            self.assertIn(link, self.run_bridge("-b", link))
+
+    def test_bridge_started_with_defaults_in_its_own_folder_refuses(self):
+        with tempfile.TemporaryDirectory() as folder:
+            shutil.copy(BRIDGE, folder)
+            done = subprocess.run(
+                ["./Tolvanev"], cwd=folder, capture_output=True, timeout=BOUND, text=True
+            )
+            self.assertEqual(done.returncode, 0)
+            self.assertIn("is this program itself", done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
