@@ -101,7 +101,10 @@ class Story(unittest.TestCase):
     def engine_events(self, role: str) -> list[list[str]]:
         """The words of each line that an engine of this role logged, all runs of it in order."""
         log = self.engine_log[role]
-        return [line.split() for line in log.read_text().splitlines()] if log.exists() else []
+        if not log.exists():
+            return []
+        *whole, _ = log.read_text().split("\n")  # the last line may still be in the making
+        return [line.split() for line in whole]
 
     def engine_frames(self, role: str) -> list[tuple[int, int]]:
         """Type and first sample of each frame that engines of this role were given."""

@@ -18,10 +18,11 @@ class Renewal(Story):
         return sum(words[1] == "start" for words in self.engine_events(role))
 
     def second_run(self, role: str) -> list[tuple[int, int]]:
-        """The frames that the restarted engine was given."""
-        pid = [words[0] for words in self.engine_events(role) if words[1] == "start"][1]
-        events = [words for words in self.engine_events(role) if words[0] == pid]
-        return [(int(words[2]), int(words[3])) for words in events if words[1] == "frame"]
+        """The frames that the restarted engine was given so far."""
+        events = self.engine_events(role)
+        pids = [words[0] for words in events if words[1] == "start"]
+        given = [words for words in events if pids[1:] == [words[0]] and words[1] == "frame"]
+        return [(int(words[2]), int(words[3])) for words in given]
 
     def average(self) -> list[int]:
         """The noise that the first 500 frames give: frame i of the mean of the newest four blocks
