@@ -31,7 +31,7 @@ void closeEnd(int& fd) {
 
 AppConnector::~AppConnector() {
     try {
-        finalize();
+        AppConnector::finalize();
     } catch (const std::exception& error) {
         LOG_AT(logERROR) << error.what();
     }

@@ -7,8 +7,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "DataBuilder.h"
-
 using framesync::VOICE_SERVER_FRAME_SIZE;
 
 namespace {
@@ -100,11 +98,10 @@ void Application::connectPeers() {
 
 // The voice server takes its frames back with every number most significant byte first.
 void Application::returnCleanedFrames() {
-    FrameSyncBuilder<short> builder;
     for (ReceiveData frame; app_controller_->getMMSEData(frame);) {
-        builder.build(frame.data(), static_cast<unsigned int>(frame.size()), binary::LITTLE,
-                      binary::BIG);
-        const ByteArray& bytes = builder.getBuildData();
+        builder_.build(frame.data(), static_cast<unsigned int>(frame.size()), binary::LITTLE,
+                       binary::BIG);
+        const ByteArray& bytes = builder_.getBuildData();
         voice_server_->write(bytes.data(), static_cast<uint32_t>(bytes.size()));
     }
 }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "DataBuilder.h"
 #include "MMSEAppController.h"
 #include "ROSConnector.h"
 #include "SoundClient.h"
@@ -56,9 +57,10 @@ class Application {
     std::string app_dir_;  // these three stay empty: the controller has them
     std::string mmse_setting_;
     std::string vad_setting_;
-    std::string server_ip_;   // of the sound client, dotted quad
-    uint16_t recv_port_ = 0;  // of the sound client
-    uint16_t send_port_ = 0;  // on which the voice server is accepted
+    std::string server_ip_;            // of the sound client, dotted quad
+    uint16_t recv_port_ = 0;           // of the sound client
+    uint16_t send_port_ = 0;           // on which the voice server is accepted
+    FrameSyncBuilder<short> builder_;  // turns frames for the voice server; kept for its memory
 };
 
 using ApplicationPtr = std::shared_ptr<Application>;

@@ -10,8 +10,8 @@
 // Waits for nothing; throws std::invalid_argument for a frame that is too short for a header.
 class FrameCounter {
   public:
-    // Counts the frame in data by its 4-byte little-endian header; returns the header.
-    int count(const std::vector<char>& data);
+    // Counts the frame by its 4-byte little-endian header; returns the header.
+    int count(const std::vector<char>& frame);
     // Kept: `unknown` keeps growing across resets.
     void reset();
     // "data:120 start:1 end:1 tof:1 eof:1 unknown:0".

@@ -115,9 +115,14 @@ void MMSEAppController::addVADData(const ReceiveData& data) {
 
 // Kept: the name, although nothing is sent from this buffer.
 void MMSEAppController::addSendData(const ReceiveData& data) {
-    send_buffer_.push_back(data);
-    while (send_buffer_.size() > NOISE_FRAME_SIZE)
-        send_buffer_.pop_front();
+    if (send_buffer_.size() < NOISE_FRAME_SIZE) {
+        send_buffer_.push_back(data);
+        return;
+    }
+    ReceiveData oldest = std::move(send_buffer_.front());  // its memory is used again
+    send_buffer_.pop_front();
+    oldest = data;
+    send_buffer_.push_back(std::move(oldest));
 }
 
 // True when the last ten frames were all plain audio.

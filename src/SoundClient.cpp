@@ -78,9 +78,9 @@ void SoundClient::setPlaySoundState(bool state) {
     // Kept: the state last sent, for the whole process, whichever link sent it. It is never reset,
     // so a sound client that connects later learns of the next change only.
     static bool prev_state = false;
-    const std::string command = state ? "epdoff\n\n" : "epdon\n\n";
     if (state == prev_state)
         return;
+    const std::string command = state ? "epdoff\n\n" : "epdon\n\n";
     // Kept: set before the write, so a command that could not be sent is not sent again.
     prev_state = state;
     LOG_AT(logDEBUG) << "send epd state to sound client. :" << command;

@@ -11,13 +11,15 @@ int waitReadable(int fd, uint32_t timeout_ms) {
         errno = fd < 0 ? EBADF : EINVAL;
         return -1;
     }
-    fd_set readable;
-    FD_ZERO(&readable);
+    static fd_set readable;  // empty between calls; emptying all of it each time would cost more
     FD_SET(fd, &readable);
     timeval timeout{};
     timeout.tv_sec = timeout_ms / 1000;
-    timeout.tv_usec = timeout_ms % 1000 * 1000;
-    return interruptible([&] { return select(fd + 1, &readable, nullptr, nullptr, &timeout); });
+    timeout.tv_usec = static_cast<suseconds_t>(timeout_ms % 1000) * 1000;
+    const int ready =
+        interruptible([&] { return select(fd + 1, &readable, nullptr, nullptr, &timeout); });
+    FD_CLR(fd, &readable);
+    return ready;
 }
 
 std::string systemErrorText(int error_number) {

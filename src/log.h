@@ -109,9 +109,11 @@ struct LogStatement {
     void operator&(const std::ostream&) const {}
 };
 
+// NOLINTBEGIN(bugprone-macro-parentheses): the operands of << follow it
 #define LOG_AT(level)                                               \
     ((level) > FILELog::ReportingLevel() || !Output2FILE::Stream()) \
         ? (void)0                                                   \
         : LogStatement() & FILELog().Get(level)
+// NOLINTEND(bugprone-macro-parentheses)
 
 #endif
