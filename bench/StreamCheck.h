@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#ifndef TOLVANEV_BENCH_STREAMCHECK_H
+#define TOLVANEV_BENCH_STREAMCHECK_H
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "BenchFrame.h"
+
+// What the bridge must do next with its noise model, told from the result frames alone: they are
+// the very frames that it watches. Fed by the check of the result stream, asked by both.
+class RenewalModel {
+  public:
+    static constexpr size_t FRAMES = app_controller::NOISE_FRAME_SIZE;
+    using Noise = std::array<BenchFrame, FRAMES>;
+
+    // One result frame; true when a renewal follows it at once.
+    bool watch(const BenchFrame& frame);
+    // The frames with which the renewal of that number, from 0 on, primes the engines; null when
+    // the results that were seen so far do not call for it.
+    const Noise* noise(size_t renewal) const;
+    size_t renewals() const { return renewals_.size(); }
+
+  private:
+    Noise average() const;
+
+    uint64_t watched_ = 0;
+    int32_t state_ = FRAME_TOF;  // type of the last frame that was not plain audio
+    size_t plain_ = 0;           // plain frames in a row
+    Noise block_{};              // in the making
+    size_t block_size_ = 0;
+    std::deque<Noise> blocks_;     // the newest four
+    std::vector<Noise> renewals_;  // one for each renewal so far
+};
+
+// Checks one stream of whole frames for content and order. A frame that is not the expected one
+// counts as wrong. Frames may be missing only behind a renewal, and are counted as lost there.
+class StreamCheck {
+  public:
+    // watching: this is the result stream, which drives the model.
+    StreamCheck(RenewalModel& model, bool watching) : model_(model), watching_(watching) {}
+    void take(const BenchFrame& frame);
+
+    uint64_t frames() const { return live_ + silent_ + markers_ + noise_; }
+    uint32_t last() const { return last_; }  // number of the newest live frame
+
+    uint64_t live_ = 0;
+    uint64_t silent_ = 0;   // frames of passes without data
+    uint64_t markers_ = 0;  // START, END
+    uint64_t noise_ = 0;    // EOF, TOF and noise of renewals
+    uint64_t lost_ = 0;
+    uint64_t wrong_ = 0;
+    uint64_t renewals_ = 0;
+
+  private:
+    enum Expected { ANY, TOF, NOISE };
+
+    bool accept(const BenchFrame& frame);
+    bool acceptLive(const BenchFrame& frame);
+    bool acceptNoise(const BenchFrame& frame);
+
+    RenewalModel& model_;
+    bool watching_;
+    Expected expected_ = ANY;
+    size_t noise_seen_ = 0;       // noise frames since the last TOF
+    bool renewal_due_ = false;    // result stream: the next frame has to be an EOF
+    bool may_have_lost_ = false;  // behind a renewal
+    uint32_t last_ = 0;
+};
+
+#endif
