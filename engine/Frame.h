@@ -4,9 +4,9 @@
 // In (both roles) and out (mmse), 324 bytes:    int32 type, int16 samples[160]
 // Out (vad), 104 bytes:                         int32 type, float32 values[25]
 //
-//   values[0]      1 if the detector calls this frame voiced, else 0
-//   values[1]      level of the frame, dBFS (RMS; -100 is the floor)
-//   values[2]      estimated level of the background noise, dBFS
+//   values[0]      1 if this frame is taken for speech, else 0
+//   values[1]      level of the frame above 150 Hz, dBFS (RMS; -100 is the floor)
+//   values[2]      estimated level of the background noise above 150 Hz, dBFS
 //   values[3]      1 from START up to END, else 0
 //   values[4..24]  0
 #ifndef TOLVANEV_ENGINE_FRAME_H
@@ -28,6 +28,7 @@ constexpr int kSampleRateHz = 16000;
 constexpr int kFrameMs = 10;
 constexpr size_t kFrameSamples = 160;  // 10 ms at 16 kHz
 constexpr size_t kResultValues = 25;
+constexpr float kFloorDbfs = -100;  // 16-bit samples end at -90 dBFS; a level must be finite
 
 // The C library owns the name EOF, hence the spelled-out names of the last two.
 enum FrameType : int32_t {

@@ -1,26 +1,36 @@
 // SPDX-License-Identifier: MIT
-// Level of the frames and of the background noise, for display only: no decision hangs on them.
+// Level of the frames and of the background noise, in dBFS, above the lowest tones of speech. The
+// owner measures a frame, decides about it, and then lets the noise estimate follow it.
 #ifndef TOLVANEV_ENGINE_LEVELMETER_H
 #define TOLVANEV_ENGINE_LEVELMETER_H
 
 #include "Frame.h"
+#include "HighPass.h"
 
 namespace engine {
 
-constexpr float kFloorDbfs = -100;  // 16-bit samples end at -90 dBFS; a level must be finite
+constexpr double kCutoffHz = 150;
 
 class LevelMeter {
   public:
-    void update(const Samples& samples, bool voiced);
+    void measure(const Samples& samples);
+
+    // `suspected`: the detector takes the measured frame for speech.
+    void follow(bool suspected);
+
     void reset();
+
+    // False in the first frames of a stream, when there is no estimate to compare with.
+    bool isReady() const;
 
     float level() const { return level_; }
     float noise() const { return noise_; }
 
   private:
+    HighPass highPass_{kCutoffHz};
     float level_ = kFloorDbfs;
     float noise_ = kFloorDbfs;
-    bool fresh_ = true;
+    int age_ = 0;  // frames followed
 };
 
 }  // namespace engine

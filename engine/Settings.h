@@ -21,8 +21,12 @@ struct MmseSettings {
 
 struct VadSettings {
     Likelihood likelihood = Likelihood::VeryLow;
-    int onsetFrames = 3;
+    int startMarginDb = 10;
+    int stayMarginDb = 5;
+    int onsetFrames = 2;
     int hangoverFrames = 10;
+    int longHangoverFrames = 18;
+    int earlyFrames = 60;
     int lookbackFrames = 0;
 };
 

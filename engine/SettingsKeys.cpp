@@ -95,6 +95,14 @@ const std::vector<Key>& keys() {
              return setNumber(settings.mmse.primingGainDb, text, {0, 20, "dB"});
          }},
         {"vad", "likelihood", setLikelihood},
+        {"vad", "start_margin_db",
+         [](Settings& settings, const std::string& text) {
+             return setNumber(settings.vad.startMarginDb, text, {0, 40, "dB"});
+         }},
+        {"vad", "stay_margin_db",
+         [](Settings& settings, const std::string& text) {
+             return setNumber(settings.vad.stayMarginDb, text, {0, 40, "dB"});
+         }},
         {"vad", "onset_ms",
          [](Settings& settings, const std::string& text) {
              return setFrames(settings.vad.onsetFrames, text, 10, 1000);
@@ -102,6 +110,14 @@ const std::vector<Key>& keys() {
         {"vad", "hangover_ms",
          [](Settings& settings, const std::string& text) {
              return setFrames(settings.vad.hangoverFrames, text, 0, 5000);
+         }},
+        {"vad", "long_hangover_ms",
+         [](Settings& settings, const std::string& text) {
+             return setFrames(settings.vad.longHangoverFrames, text, 0, 5000);
+         }},
+        {"vad", "early_ms",
+         [](Settings& settings, const std::string& text) {
+             return setFrames(settings.vad.earlyFrames, text, 0, 10000);
          }},
         {"vad", "lookback_frames",
          [](Settings& settings, const std::string& text) {

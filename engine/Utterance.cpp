@@ -3,22 +3,33 @@
 
 namespace engine {
 
-Utterance::Utterance(int onsetFrames, int hangoverFrames)
-    : onsetFrames_(onsetFrames), hangoverFrames_(hangoverFrames) {}
+Utterance::Utterance(const VadSettings& settings) : settings_(settings) {}
 
-Mark Utterance::update(bool voiced) {
+Mark Utterance::update(bool voiced, bool sunk) {
     run_ = voiced == open_ ? 0 : run_ + 1;
-    const int needed = open_ ? hangoverFrames_ + 1 : onsetFrames_;
-    if (run_ < needed)
+    if (open_ && voiced)
+        ++voiced_;
+    if (run_ < framesToChange(sunk))
         return Mark::None;
     open_ = !open_;
     run_ = 0;
+    voiced_ = 0;
     return open_ ? Mark::Start : Mark::End;
+}
+
+// A short first word is more often followed by another one than a long utterance by more of it,
+// and toward its end a sentence gets softer.
+int Utterance::framesToChange(bool sunk) const {
+    if (!open_)
+        return settings_.onsetFrames;
+    const bool goesOn = voiced_ < settings_.earlyFrames || !sunk;
+    return 1 + (goesOn ? settings_.longHangoverFrames : settings_.hangoverFrames);
 }
 
 void Utterance::reset() {
     open_ = false;
     run_ = 0;
+    voiced_ = 0;
 }
 
 }  // namespace engine

@@ -8,7 +8,7 @@ namespace engine {
 VadStage::VadStage(const VadSettings& settings, std::unique_ptr<VoiceActivity> activity, Sink sink)
     : sink_(std::move(sink)),
       activity_(std::move(activity)),
-      utterance_(settings.onsetFrames, settings.hangoverFrames),
+      utterance_(settings),
       lookBack_(settings.lookbackFrames, sink_) {}
 
 void VadStage::accept(const AudioFrame& frame) {
@@ -31,9 +31,8 @@ void VadStage::finish() {
 }
 
 void VadStage::analyse(const Samples& samples) {
-    voiced_ = activity_->isVoiced(samples);
-    meter_.update(samples, voiced_);
-    const Mark mark = utterance_.update(voiced_);
+    finding_ = activity_->examine(samples, utterance_.isOpen());
+    const Mark mark = utterance_.update(finding_.voiced, finding_.sunk);
     lookBack_.push(answer(kData), mark);
 }
 
@@ -41,8 +40,7 @@ void VadStage::analyse(const Samples& samples) {
 void VadStage::openStream() {
     lookBack_.flush();
     activity_->reset();
-    voiced_ = false;
-    meter_.reset();
+    finding_ = {};
     utterance_.reset();
     sink_(bytesOf(answer(kTopOfStream)));
 }
@@ -59,9 +57,9 @@ void VadStage::closeStream() {
 ResultFrame VadStage::answer(FrameType type) const {
     ResultFrame result;
     result.type = type;
-    result.values[kVoiced] = voiced_ ? 1 : 0;
-    result.values[kLevel] = meter_.level();
-    result.values[kNoise] = meter_.noise();
+    result.values[kVoiced] = finding_.voiced ? 1 : 0;
+    result.values[kLevel] = finding_.level;
+    result.values[kNoise] = finding_.noise;
     result.values[kOpen] = utterance_.isOpen() ? 1 : 0;
     return result;
 }

@@ -5,7 +5,6 @@
 
 #include <memory>
 
-#include "LevelMeter.h"
 #include "LookBack.h"
 #include "Settings.h"
 #include "Stage.h"
@@ -29,8 +28,7 @@ class VadStage : public Stage {
 
     const Sink sink_;
     const std::unique_ptr<VoiceActivity> activity_;
-    bool voiced_ = false;
-    LevelMeter meter_;
+    Finding finding_;  // about the latest data frame
     Utterance utterance_;
     LookBack lookBack_;
 };

@@ -7,13 +7,22 @@
 
 namespace engine {
 
+// What is found out about one frame; levels in dBFS.
+struct Finding {
+    bool voiced = false;
+    bool sunk = false;  // the voice has come down from the loudest of its utterance
+    float level = kFloorDbfs;
+    float noise = kFloorDbfs;
+};
+
 class VoiceActivity {
   public:
     virtual ~VoiceActivity() = default;
 
-    virtual bool isVoiced(const Samples& samples) = 0;
+    // `open`: an utterance is under way; while it is, softer speech counts.
+    virtual Finding examine(const Samples& samples, bool open) = 0;
 
-    // Back to the state of a new detector.
+    // Back to the state at the beginning of a stream.
     virtual void reset() = 0;
 };
 

@@ -5,18 +5,20 @@
 
 #include <memory>
 
+#include "Frame.h"
 #include "Settings.h"
-#include "VoiceActivity.h"
 
 namespace engine {
 
-class VoiceDetector : public VoiceActivity {
+class VoiceDetector {
   public:
     explicit VoiceDetector(Likelihood likelihood);
-    ~VoiceDetector() override;
+    ~VoiceDetector();
 
-    bool isVoiced(const Samples& samples) override;
-    void reset() override;
+    bool isVoiced(const Samples& samples);
+
+    // Back to the state of a new detector.
+    void reset();
 
   private:
     struct Processing;  // keeps the library's headers out of everyone else's way

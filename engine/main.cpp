@@ -11,8 +11,8 @@
 #include "FrameIo.h"
 #include "MmseStage.h"
 #include "Settings.h"
+#include "SpeechActivity.h"
 #include "VadStage.h"
-#include "VoiceDetector.h"
 
 namespace {
 
@@ -50,8 +50,8 @@ std::unique_ptr<engine::Stage> makeStage(const engine::Settings& settings) {
     };
     if (settings.role == engine::Role::Mmse)
         return std::make_unique<engine::MmseStage>(settings.mmse, sink);
-    auto detector = std::make_unique<engine::VoiceDetector>(settings.vad.likelihood);
-    return std::make_unique<engine::VadStage>(settings.vad, std::move(detector), sink);
+    auto activity = std::make_unique<engine::SpeechActivity>(settings.vad);
+    return std::make_unique<engine::VadStage>(settings.vad, std::move(activity), sink);
 }
 
 int run(const engine::Settings& settings) {

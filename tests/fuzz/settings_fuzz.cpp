@@ -27,6 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const engine::Settings settings = engine::loadSettings(path);
         REQUIRE(settings.mmse.suppressionDb >= -60 && settings.mmse.suppressionDb <= 0);
         REQUIRE(settings.vad.onsetFrames >= 1 && settings.vad.onsetFrames <= 100);
+        REQUIRE(settings.vad.longHangoverFrames >= 0 && settings.vad.longHangoverFrames <= 500);
+        REQUIRE(settings.vad.startMarginDb >= 0 && settings.vad.startMarginDb <= 40);
     } catch (const engine::SettingsError& error) {
         REQUIRE(std::string(error.what()).starts_with(path + ":"));
     }

@@ -179,11 +179,51 @@ class FrameCount(unittest.TestCase):
                 self.assertEqual(set(kinds(split(data, size))) - {START, END}, {DATA})
 
 
+class Nonsense(unittest.TestCase):
+    """Frames that no peer would send. Under the sanitizers these are the engine's fuzz test."""
+
+    @staticmethod
+    def frames(seed):
+        chance = random.Random(seed)
+        level = chance.choice([0, 1, 300, 32767])
+        kinds = [DATA] * 20 + [START, END, TOF, EOF, -1, 77, 2**31 - 1, -(2**31)]
+        for _ in range(400):
+            if chance.random() < 0.02:
+                level = chance.choice([0, 1, 300, 32767])
+            samples = [chance.randint(-level, level) for _ in range(SAMPLES)]
+            if chance.random() < 0.1:
+                samples = [chance.choice([-32768, 32767])] * SAMPLES
+            yield chance.choice(kinds), frame(DATA, samples)[4:]
+
+    def test_any_types_and_samples_are_answered_one_to_one(self):
+        for seed in range(5):
+            sent = list(self.frames(seed))
+            stream = [struct.pack("<i", kind) + rest for kind, rest in sent]
+            partners = [kind if kind in (DATA, TOF, EOF) else DATA for kind, _ in sent]
+            with self.subTest(seed=seed):
+                self.assertEqual(kinds(answers(MMSE, stream)), partners)
+                found = answers(VAD, stream)
+                self.assertEqual([k for k in kinds(found) if k not in (START, END)], partners)
+                for _, rest in found:
+                    self.assertTrue(all(map(math.isfinite, struct.unpack("<25f", rest))))
+
+
 class Markers(unittest.TestCase):
     def test_end_stands_before_eof(self):
         seen = kinds(answers(VAD, [frame(TOF)] + voice(60) + [frame(EOF)]))
         self.assertEqual(seen.count(START), 1)
         self.assertEqual(seen[-2:], [END, EOF])
+
+    def test_noise_alone_is_no_utterance_not_even_in_a_cold_start(self):
+        for level in (30, 300, 3000):
+            suppressed = answers(MMSE, [frame(TOF)] + noise(150, level))
+            stream = [struct.pack("<i", kind) + rest for kind, rest in suppressed]
+            self.assertNotIn(START, kinds(answers(VAD, stream)))
+
+    def test_early_speech_is_found(self):
+        stream = [frame(TOF)] + noise(10, 30) + voice(60)
+        seen = kinds(answers(VAD, stream))
+        self.assertIn(START, seen[10:25])
 
     def test_nothing_is_added_before_tof(self):
         seen = kinds(answers(VAD, [frame(TOF)] + voice(60) + [frame(TOF)] + [frame(DATA)] * 3))

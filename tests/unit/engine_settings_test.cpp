@@ -49,8 +49,12 @@ TEST_F(EngineSettings, RoleAloneGivesTheDefaults) {
     const auto settings = load("[engine]\nrole = vad\n");
     EXPECT_EQ(settings.role, engine::Role::Vad);
     EXPECT_EQ(settings.vad.likelihood, engine::Likelihood::VeryLow);
-    EXPECT_EQ(settings.vad.onsetFrames, 3);
+    EXPECT_EQ(settings.vad.startMarginDb, 10);
+    EXPECT_EQ(settings.vad.stayMarginDb, 5);
+    EXPECT_EQ(settings.vad.onsetFrames, 2);
     EXPECT_EQ(settings.vad.hangoverFrames, 10);
+    EXPECT_EQ(settings.vad.longHangoverFrames, 18);
+    EXPECT_EQ(settings.vad.earlyFrames, 60);
     EXPECT_EQ(settings.vad.lookbackFrames, 0);
     EXPECT_EQ(settings.mmse.suppressionDb, -25);
     EXPECT_EQ(settings.mmse.primingRepeats, 10);
@@ -64,6 +68,14 @@ TEST_F(EngineSettings, EveryKeyIsTaken) {
     EXPECT_EQ(vad.onsetFrames, 5);
     EXPECT_EQ(vad.hangoverFrames, 0);
     EXPECT_EQ(vad.lookbackFrames, 7);
+    const auto more = load(kVad +
+                           "start_margin_db = 0\nstay_margin_db = 40\nlong_hangover_ms = 30\n"
+                           "early_ms = 10000\n")
+                          .vad;
+    EXPECT_EQ(more.startMarginDb, 0);
+    EXPECT_EQ(more.stayMarginDb, 40);
+    EXPECT_EQ(more.longHangoverFrames, 3);
+    EXPECT_EQ(more.earlyFrames, 1000);
     const auto mmse =
         load(kMmse + "suppression_db = -40\npriming_repeats = 0\npriming_gain_db = 3\n").mmse;
     EXPECT_EQ(mmse.suppressionDb, -40);
@@ -98,8 +110,10 @@ TEST_F(EngineSettings, NumbersOutsideTheirRangeAreRefused) {
           "suppression_db =", "suppression_db = -25 dB", "suppression_db = 99999999999",
           "priming_repeats = -1", "priming_repeats = 101"})
         EXPECT_NE(problem(kMmse + line + "\n"), "") << line;
-    for (const std::string line : {"onset_ms = 0", "onset_ms = 1010", "hangover_ms = -10",
-                                   "hangover_ms = 5010", "lookback_frames = 51"})
+    for (const std::string line :
+         {"onset_ms = 0", "onset_ms = 1010", "hangover_ms = -10", "hangover_ms = 5010",
+          "lookback_frames = 51", "start_margin_db = -1", "stay_margin_db = 41",
+          "long_hangover_ms = 5", "early_ms = 10010"})
         EXPECT_NE(problem(kVad + line + "\n"), "") << line;
 }
 

@@ -11,12 +11,20 @@
 
 namespace {
 
-// Voiced if and only if the first sample is not 0; counts its resets.
+// Voiced if and only if the first sample is not 0, sunk if the second is not; counts its resets.
 class ScriptedActivity : public engine::VoiceActivity {
   public:
     explicit ScriptedActivity(int& resets) : resets_(resets) {}
-    bool isVoiced(const engine::Samples& samples) override { return samples[0] != 0; }
+    engine::Finding examine(const engine::Samples& samples, bool open) override {
+        opened += open ? '1' : '0';
+        engine::Finding finding;
+        finding.voiced = samples[0] != 0;
+        finding.sunk = samples[1] != 0;
+        return finding;
+    }
     void reset() override { ++resets_; }
+
+    std::string opened;  // what it was told about each frame
 
   private:
     int& resets_;
@@ -39,24 +47,29 @@ char symbolOf(int32_t type) {
     }
 }
 
-// Streams are written as text. In: v voiced, u unvoiced, < TOF, > EOF, 1 and 2 as the type says,
-// x an unknown type. Out: . data, S START, E END, < TOF, > EOF.
+// Streams are written as text. In: v voiced, u unvoiced, s unvoiced and sunk, < TOF, > EOF, 1 and 2
+// as the type says, x an unknown type. Out: . data, S START, E END, < TOF, > EOF.
 class EngineUtterance : public testing::Test {
   protected:
-    // Onset 3 frames, hangover 2.
+    // Onset 3 frames, hangover 2, both of them unless a test says otherwise.
     std::string answer(const std::string& input, int lookbackFrames = 0, bool finish = true) {
         engine::VadSettings settings;
         settings.onsetFrames = 3;
         settings.hangoverFrames = 2;
+        settings.longHangoverFrames = longHangoverFrames_;
+        settings.earlyFrames = earlyFrames_;
         settings.lookbackFrames = lookbackFrames;
         const auto collect = [this](std::span<const std::byte> bytes) {
             ASSERT_EQ(bytes.size(), sizeof(engine::ResultFrame));
             std::memcpy(&out_.emplace_back(), bytes.data(), bytes.size());
         };
         out_.clear();
-        engine::VadStage stage(settings, std::make_unique<ScriptedActivity>(resets_), collect);
+        auto activity = std::make_unique<ScriptedActivity>(resets_);
+        const ScriptedActivity& told = *activity;
+        engine::VadStage stage(settings, std::move(activity), collect);
         for (const char symbol : input)
             stage.accept(frameOf(symbol));
+        opened_ = told.opened;
         if (finish)
             stage.finish();
         std::string text;
@@ -68,6 +81,7 @@ class EngineUtterance : public testing::Test {
     static engine::AudioFrame frameOf(char symbol) {
         engine::AudioFrame frame;
         frame.samples[0] = symbol == 'v' ? 1000 : 0;
+        frame.samples[1] = symbol == 's' ? 1 : 0;
         const std::string types = "<>12x";
         constexpr int32_t numbers[] = {engine::kTopOfStream, engine::kBottomOfStream,
                                        engine::kStart, engine::kEnd, 77};
@@ -86,6 +100,9 @@ class EngineUtterance : public testing::Test {
 
     std::vector<engine::ResultFrame> out_;
     int resets_ = 0;
+    std::string opened_;
+    int longHangoverFrames_ = 2;
+    int earlyFrames_ = 0;
 };
 
 TEST_F(EngineUtterance, StartStandsBeforeTheFrameAtWhichSpeechIsDeclared) {
@@ -103,6 +120,30 @@ TEST_F(EngineUtterance, EndStandsBeforeTheFirstNonSpeechFrame) {
 
 TEST_F(EngineUtterance, VoicedFrameRenewsTheHangover) {
     EXPECT_EQ(answer("<vvvuuvuuu"), "<..S......E.");
+}
+
+TEST_F(EngineUtterance, VoiceThatBreaksOffIsWaitedForLonger) {
+    longHangoverFrames_ = 4;
+    EXPECT_EQ(answer("<vvvuuuuu"), "<..S.....E.");
+    EXPECT_EQ(answer("<vvvsss"), "<..S...E.");
+}
+
+TEST_F(EngineUtterance, YoungUtteranceHasTheLongHangover) {
+    longHangoverFrames_ = 4;
+    earlyFrames_ = 2;
+    EXPECT_EQ(answer("<vvvvsssss"), "<..S......E.");
+    EXPECT_EQ(answer("<vvvvvsss"), "<..S.....E.");
+}
+
+TEST_F(EngineUtterance, EachUtteranceIsYoungAtItsBeginning) {
+    longHangoverFrames_ = 4;
+    earlyFrames_ = 1;
+    EXPECT_EQ(answer("<vvvvsssvvvsssss"), "<..S....E...S.....E.");
+}
+
+TEST_F(EngineUtterance, DetectorIsToldWhetherAnUtteranceIsOpen) {
+    answer("<vvvvuuuu");
+    EXPECT_EQ(opened_, "00011110");
 }
 
 TEST_F(EngineUtterance, EofWithSpeechOpenIsPrecededByEnd) {
