@@ -1,0 +1,160 @@
+# SPDX-License-Identifier: MIT
+"""Human speech from Debian packages, as samples at 16 kHz with the places where somebody speaks.
+
+Nothing of it is stored with the project; licences as their packages state them:
+
+  set      package                         voice                        licence
+  tuning   pocketsphinx-testdata           several, men and women       BSD-2-Clause
+  tuning   asterisk-core-sounds-ru-g722    a woman, Russian             CC-BY-3.0
+  judging  alsa-utils (channel names)      one                          GPL-2
+  judging  asterisk-core-sounds-en-g722    a woman, English             CC-BY-SA-3.0
+  judging  asterisk-core-sounds-it-g722    a man, Italian               CC-BY-3.0
+"""
+import ctypes
+import glob
+import subprocess
+from dataclasses import dataclass
+from pathlib import Path
+
+import numpy as np
+
+RATE = 16000
+FRAME = 160  # samples, 10 ms
+SPEECH_LEVEL = -24.0  # dBFS, RMS while somebody speaks: usual, with room for peaks
+
+LABEL_RANGE = 30.0  # dB below the loudest frames that still are speech: softer is hardly heard
+NOISY_RANGE = 22.0  # the same for recordings with noise of their own 35 dB below their speech
+PAUSE = 30  # frames; a shorter gap (stop consonant, breath) is part of the utterance
+SHORTEST = 10  # frames; what is shorter is a click
+MARGIN = 10  # frames kept around the speech of a recording
+QUIET = 14.0  # dB that a recording's own noise lies below its softest speech, at least
+
+POCKETSPHINX = "/usr/share/pocketsphinx/test/data"
+ALSA = "/usr/share/sounds/alsa"
+ASTERISK = "/usr/share/asterisk/sounds"
+
+
+@dataclass
+class Recording:
+    """One recording, float samples, without silence at both ends, at the usual level."""
+
+    name: str
+    samples: np.ndarray
+    utterances: list[tuple[int, int]]  # first frame of speech, first frame after it
+
+
+def frame_levels(samples: np.ndarray) -> np.ndarray:
+    """Level of each whole frame in dB re 1."""
+    whole = samples[: len(samples) // FRAME * FRAME].reshape(-1, FRAME)
+    return 10 * np.log10(np.mean(whole**2, axis=1) + 1e-9)
+
+
+def find_utterances(samples: np.ndarray, label_range: float) -> list[tuple[int, int]]:
+    """Where it is loud, short pauses bridged: what a person would call utterances."""
+    # The median of five frames leaves edges where they are and takes clicks away.
+    around = np.lib.stride_tricks.sliding_window_view(np.pad(frame_levels(samples), 2), 5)
+    levels = np.median(around, axis=1)
+    found: list[list[int]] = []
+    for index in np.flatnonzero(levels > np.percentile(levels, 98) - label_range):
+        if found and index - found[-1][1] < PAUSE:
+            found[-1][1] = int(index) + 1
+        else:
+            found.append([int(index), int(index) + 1])
+    return [(start, end) for start, end in found if end - start >= SHORTEST]
+
+
+def own_noise(samples: np.ndarray) -> float:
+    """How far the quietest frames lie below the loudest, in dB."""
+    levels = frame_levels(samples)
+    return float(np.percentile(levels, 98) - np.percentile(levels, 2))
+
+
+def trim(name: str, samples: np.ndarray, label_range: float) -> Recording | None:
+    """Cuts, fades and scales a recording; None if there is no speech in it."""
+    found = find_utterances(samples, label_range)
+    if not found:
+        return None
+    first = max(0, found[0][0] - MARGIN)
+    samples = samples[first * FRAME : (found[-1][1] + MARGIN) * FRAME].copy()
+    samples = np.pad(samples, (0, -len(samples) % FRAME))
+    fade = np.linspace(0, 1, FRAME)
+    samples[:FRAME] *= fade
+    samples[-FRAME:] *= fade[::-1]
+    utterances = [(start - first, end - first) for start, end in found]
+    spoken = np.concatenate([samples[a * FRAME : b * FRAME] for a, b in utterances])
+    samples *= 32768 * 10 ** (SPEECH_LEVEL / 20) / np.sqrt(np.mean(spoken**2))
+    return Recording(name, samples, utterances)
+
+
+def read_with_sox(path: str) -> np.ndarray:
+    raw = ["-t", "raw", "-r", str(RATE), "-e", "signed", "-b", "16", "-c", "1"]
+    kind = raw if path.endswith(".raw") else []
+    command = ["sox", "-V1", "-D", *kind, path, *raw, "-"]
+    pcm = subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout
+    return np.frombuffer(pcm, dtype="<i2").astype(np.float64)
+
+
+def read_g722(path: str) -> np.ndarray:
+    """G.722 at 64 kbit/s, which sox cannot read, with the decoder of libspandsp."""
+    library = ctypes.CDLL("libspandsp.so.2")
+    library.g722_decode_init.restype = ctypes.c_void_p
+    library.g722_decode.argtypes = [ctypes.c_void_p] * 2 + [ctypes.c_char_p, ctypes.c_int]
+    library.g722_decode_free.argtypes = [ctypes.c_void_p]
+    code = Path(path).read_bytes()
+    samples = np.zeros(2 * len(code), dtype="<i2")  # two samples a byte
+    decoder = library.g722_decode_init(None, 64000, 0)
+    count = library.g722_decode(decoder, samples.ctypes.data, code, len(code))
+    library.g722_decode_free(decoder)
+    return samples[:count].astype(np.float64)
+
+
+def load(paths: list[str], label_range: float = LABEL_RANGE) -> list[Recording]:
+    """All recordings with speech in them whose own noise is low enough for such labels."""
+    result = []
+    for path in paths:
+        samples = (read_g722 if path.endswith(".g722") else read_with_sox)(path)
+        if len(samples) < SHORTEST * FRAME or own_noise(samples) < label_range + QUIET:
+            continue
+        recording = trim(path, samples, label_range)
+        if recording:
+            result.append(recording)
+    return result
+
+
+def prompts(voice: str) -> list[Recording]:
+    """One Asterisk voice: everything of 1 to 6 s, from a word to a long sentence."""
+    paths = sorted(glob.glob(f"{ASTERISK}/{voice}/**/*.g722", recursive=True))
+    return load([path for path in paths if 8000 <= Path(path).stat().st_size <= 48000])  # 8 kB/s
+
+
+def spread(items: list, count: int) -> list:
+    """`count` of the items, evenly spread; the same on each run."""
+    return [items[index * len(items) // count] for index in range(count)]
+
+
+def split(voice: str, count: int, spare: bool = False) -> tuple[list[Recording], list[Recording]]:
+    """`count` prompts of a voice, and others of the same voice for babble."""
+    every = prompts(voice)
+    chosen = spread(every, 2 * count)[1 if spare else 0 :: 2]
+    taken = {recording.name for recording in chosen}
+    return chosen, spread([one for one in every if one.name not in taken], 40)
+
+
+def tuning() -> tuple[list[Recording], list[Recording]]:
+    """Speech, and the recordings of which babble is made."""
+    paths = sorted(glob.glob(f"{POCKETSPHINX}/**/*.wav", recursive=True))
+    paths += sorted(glob.glob(f"{POCKETSPHINX}/**/*.raw", recursive=True))
+    several = load(paths, NOISY_RANGE)
+    russian, babble = split("ru_RU_f_*", 40 - len(several))
+    return several + russian, babble
+
+
+def judging(spare: bool = False) -> tuple[list[Recording], list[Recording]]:
+    """Speech, and the recordings of which babble is made: others.
+
+    The spare set has other prompts of the two long voices. It is there to be looked at rarely.
+    """
+    names = [] if spare else load(sorted(glob.glob(f"{ALSA}/[FRS]*_*.wav")))
+    english, english_babble = split("en_US_f_*", 16, spare)
+    italian, italian_babble = split("it_IT_m_*", 16, spare)
+    return names + english + italian, english_babble + italian_babble
