@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
@@ -29,25 +30,34 @@ sockaddr_in addressOf(const char* address, uint16_t port) {
     return result;
 }
 
-// Binds to a port of the system's choice; returns it.
-uint16_t bindAnywhere(const ScopedDescriptor& socket) {
-    sockaddr_in address = addressOf("127.0.0.1", 0);
-    socklen_t size = sizeof(address);
-    if (bind(socket.get(), reinterpret_cast<sockaddr*>(&address), size) == -1 ||
-        getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &size) == -1)
-        throw std::system_error(errno, std::generic_category(), "bind");
-    return ntohs(address.sin_port);
+bool bindTo(const ScopedDescriptor& socket, const char* host, uint16_t port) {
+    const sockaddr_in address = addressOf(host, port);
+    return bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
 }
 
 bool readable(const ScopedDescriptor& socket, int timeout_ms) {
     pollfd waited{socket.get(), POLLIN, 0};
-    return poll(&waited, 1, timeout_ms) == 1;
+    int ready = -1;
+    do
+        ready = poll(&waited, 1, timeout_ms);
+    while (ready == -1 && errno == EINTR);
+    return ready == 1;
 }
 
 }  // namespace
 
+// Below the ports that the system hands out by itself: other programs connect from those, and
+// perhaps to those, at any moment. Each process of a test run starts elsewhere.
 uint16_t freePort() {
-    return bindAnywhere(newSocket());
+    constexpr int FIRST = 10000;
+    constexpr int COUNT = 20000;
+    static int next = static_cast<int>(getpid() * 389L % COUNT);
+    for (int tries = 0; tries < COUNT; ++tries) {
+        const auto port = static_cast<uint16_t>(FIRST + next++ % COUNT);
+        if (bindTo(newSocket(), "0.0.0.0", port))
+            return port;
+    }
+    throw std::system_error(EADDRINUSE, std::generic_category(), "freePort");
 }
 
 LoopbackPeer LoopbackPeer::dial(uint16_t port, const char* address) {
@@ -88,8 +98,12 @@ std::string LoopbackPeer::arrived() {
 }
 
 bool LoopbackPeer::seesEnd() {
-    char byte = 0;
-    return readable(socket_, BOUND_MS) && recv(socket_.get(), &byte, 1, MSG_DONTWAIT) <= 0;
+    char skipped[4096];
+    while (readable(socket_, BOUND_MS)) {
+        if (recv(socket_.get(), skipped, sizeof(skipped), MSG_DONTWAIT) <= 0)
+            return true;
+    }
+    return false;
 }
 
 bool LoopbackPeer::hasEnded() {
@@ -103,8 +117,8 @@ void LoopbackPeer::reset() {
     close();
 }
 
-LoopbackListener::LoopbackListener() : socket_(newSocket()), port_(bindAnywhere(socket_)) {
-    if (listen(socket_.get(), 8) == -1)
+LoopbackListener::LoopbackListener() : socket_(newSocket()), port_(freePort()) {
+    if (!bindTo(socket_, "127.0.0.1", port_) || listen(socket_.get(), 8) == -1)
         throw std::system_error(errno, std::generic_category(), "listen");
 }
 

@@ -11,7 +11,7 @@
 
 #include "scoped_descriptor.h"
 
-// A port of the loopback network on which nobody listens.
+// A port that nobody uses.
 uint16_t freePort();
 
 class LoopbackPeer {
@@ -27,7 +27,8 @@ class LoopbackPeer {
     std::string receive(size_t size);
     // What has arrived, without waiting.
     std::string arrived();
-    // True when the other side closes within ten seconds.
+    // True when the other side closes; bytes that came before that are skipped. False when nothing
+    // at all comes for ten seconds.
     bool seesEnd();
     // True when the other side has closed by now.
     bool hasEnded();
@@ -48,7 +49,7 @@ class LoopbackListener {
 
   private:
     ScopedDescriptor socket_;
-    uint16_t port_ = 0;
+    uint16_t port_;
 };
 
 #endif

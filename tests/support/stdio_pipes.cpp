@@ -36,6 +36,7 @@ StdioPipes::StdioPipes() {
     const ScopedDescriptor their_output(out[1]);
     output_ = ScopedDescriptor(out[0]);
     require(fcntl(output_.get(), F_SETFL, O_NONBLOCK) == 0, "pipe");
+    fcntl(output_.get(), F_SETPIPE_SZ, 1 << 20);  // where allowed: nobody reads during a write
     saved_input_ = replace(STDIN_FILENO, their_input.get());
     saved_output_ = replace(STDOUT_FILENO, their_output.get());
 }

@@ -21,6 +21,8 @@ using faults::Call;
 
 class TCPClientTest : public HermeticTest {
   protected:
+    TCPClientTest() { faults::clear(); }  // finding a port took some calls
+
     // Connects; peer_ is the other side.
     void connect() {
         ASSERT_EQ(client_.connect("127.0.0.1", listener_.port()), 0);
