@@ -36,9 +36,14 @@ class RosNode:
         self._on_frame = on_frame  # called from the reading thread with index and frame
         self._reader = threading.Thread(target=self._read, name="ros node", daemon=True)
 
-    def start(self) -> None:
-        """Starts the bridge; raises StartError when there is none."""
+    def start(self, reading: bool = True) -> None:
+        """Starts the bridge; raises StartError when there is none. Reading may begin later."""
         self.bridge.start()
+        if reading:
+            self.start_reading()
+
+    def start_reading(self) -> None:
+        """Collects frames from now on."""
         self._reader.start()
 
     def play_sound(self, on: bool) -> None:
@@ -50,6 +55,7 @@ class RosNode:
         status = self.bridge.stop()
         if self._reader.ident is not None:
             self._reader.join(timeout=2)  # the pipe ends with the bridge
+        if status != "was not started":
             self.bridge.output().close()
         return status
 

@@ -7,13 +7,19 @@
 //     emit TYPE...       at start, write frames of these types, numbered from 1
 //     start N, end N     vad: a START or END frame ahead of the answer to the N-th data frame
 //     silent             answer nothing
-//     exit_after N       end after N input frames
-//     ignore_term        ignore SIGTERM
+//     exit_after N       end after N input frames; 0: at once
+//     stall_after N      after N input frames neither read nor write, but stay alive
+//     slow MS            take so many milliseconds for each answer
+//     extra N            N more frames, with first sample 0, behind each answer
+//     cut N              send answers in two parts: N bytes, and when those have been read, the
+//     rest flood              write frames without end and read nothing ignore_term        ignore
+//     SIGTERM ignore_end         stay alive when the input has ended
 //
 // Otherwise each input frame is answered at once by one frame of its type: an MMSE engine returns
 // the samples negated, so that a test can tell its output from the input, and a VAD engine sends
 // the first sample as its first float.
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -33,7 +39,13 @@ constexpr size_t VAD_FRAME = 104;
 struct Script {
     bool vad = false;
     bool silent = false;
+    bool flood = false;
+    bool ignore_end = false;
     long exit_after = -1;
+    long stall_after = -1;
+    long slow = 0;
+    long extra = 0;
+    size_t cut = 0;  // 0: answers are not cut
     std::string log;
     std::vector<int> emitted;
     std::set<long> starts;
@@ -63,6 +75,18 @@ Script readScript(const char* path) {
             script.silent = true;
         else if (directive == "exit_after")
             words >> script.exit_after;
+        else if (directive == "stall_after")
+            words >> script.stall_after;
+        else if (directive == "slow")
+            words >> script.slow;
+        else if (directive == "extra")
+            words >> script.extra;
+        else if (directive == "cut")
+            words >> script.cut;
+        else if (directive == "flood")
+            script.flood = true;
+        else if (directive == "ignore_end")
+            script.ignore_end = true;
         else if (directive == "ignore_term")
             signal(SIGTERM, SIG_IGN);
         else if (!directive.empty())
@@ -81,14 +105,28 @@ class Engine {
             send(script_.emitted[i], static_cast<int16_t>(i + 1));
         if (!script_.emitted.empty())
             log("emitted");
+        while (script_.flood)
+            send(0, 0);
         long inputs = 0;
-        for (char frame[AUDIO_FRAME]; inputs != script_.exit_after && receive(frame); ++inputs)
+        for (char frame[AUDIO_FRAME]; inputs != script_.exit_after; ++inputs) {
+            if (inputs == script_.stall_after)
+                live();
+            if (!receive(frame))
+                break;
             answer(frame);
+        }
         log("end");
+        if (script_.ignore_end)
+            live();
         return 0;
     }
 
   private:
+    [[noreturn]] static void live() {
+        while (true)
+            pause();
+    }
+
     static bool receive(char* frame) {
         for (size_t have = 0; have < AUDIO_FRAME;) {
             const ssize_t count = read(STDIN_FILENO, frame + have, AUDIO_FRAME - have);
@@ -105,6 +143,7 @@ class Engine {
         memcpy(&type, frame, sizeof(type));
         memcpy(samples, frame + sizeof(type), sizeof(samples));
         log("frame " + std::to_string(type) + " " + std::to_string(samples[0]));
+        usleep(static_cast<useconds_t>(script_.slow * 1000));
         if (script_.silent)
             return;
         if (script_.vad) {
@@ -122,6 +161,8 @@ class Engine {
             memcpy(reply + sizeof(type), samples, sizeof(samples));
             put(reply, AUDIO_FRAME);
         }
+        for (long i = 0; i < script_.extra; ++i)
+            send(0, 0);
     }
 
     // A frame of this type whose first value is `first`, the rest zeros.
@@ -136,7 +177,24 @@ class Engine {
         put(frame, script_.vad ? VAD_FRAME : AUDIO_FRAME);
     }
 
-    static void put(const char* bytes, size_t size) {
+    void put(const char* bytes, size_t size) const {
+        const size_t first = script_.cut < size ? script_.cut : 0;
+        if (first > 0) {
+            putWhole(bytes, first);
+            waitUntilRead();
+        }
+        putWhole(bytes + first, size - first);
+        if (first > 0)
+            waitUntilRead();
+    }
+
+    static void waitUntilRead() {
+        for (int waiting = 1; waiting > 0; usleep(100))
+            if (ioctl(STDOUT_FILENO, FIONREAD, &waiting) == -1)
+                _exit(1);
+    }
+
+    static void putWhole(const char* bytes, size_t size) {
         if (write(STDOUT_FILENO, bytes, size) != static_cast<ssize_t>(size))
             _exit(1);  // nobody reads any more
     }

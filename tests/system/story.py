@@ -70,14 +70,17 @@ class Story(unittest.TestCase):
         path.write_text("\n".join([*head, *lines]) + "\n")
         return path
 
-    def start_bridge(self, mmse=(), vad=(), engine=SCRIPTED_ENGINE, level="debug") -> None:
+    def start_bridge(self, mmse=(), vad=(), engine=SCRIPTED_ENGINE, level="debug",
+                     settings=None, node_reads=True) -> None:  # fmt: skip
+        """Engines get scripts, or these settings files (mmse, vad) instead."""
+        mmse_file, vad_file = settings or (self.script("mmse", *mmse), self.script("vad", *vad))
         command = [
             str(BRIDGE), "-i", "127.0.0.1", "-b", str(engine), "-l", level,
             "-c", str(self.client_port), "-s", str(self.server_port),
-            "-m", str(self.script("mmse", *mmse)), "-v", str(self.script("vad", *vad)),
+            "-m", str(mmse_file), "-v", str(vad_file),
         ]  # fmt: skip
         self.node = RosNode(command, str(self.bridge_log))
-        self.node.start()
+        self.node.start(reading=node_reads)
 
     def start_client(self) -> None:
         self.client = SoundClient(port=self.client_port)

@@ -3,57 +3,22 @@
 import os
 import signal
 import socket
-import struct
 import threading
 import unittest
 
 import frames
-from bridge_process import members
-from story import BOUND, Story
+from fault_story import TERMINATE, FaultStory, reset
+from story import BOUND
 from voice_link import LinkError
 
-TERMINATE = "ERROR: Terminate application.\n"
 
-
-def reset(connection: socket.socket) -> None:
-    """Closes so that the other side gets a reset instead of an orderly end."""
-    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-    connection.close()
-
-
-class Ending(Story):
-    def connect_plainly(self) -> socket.socket:
-        """A voice server that only sends."""
-        self.start_client()
-        self.start_bridge()
-        peer = None
-
-        def connected() -> bool:
-            nonlocal peer
-            try:
-                peer = socket.create_connection(("127.0.0.1", self.server_port), 1)
-            except OSError:
-                return False
-            return True
-
-        self.wait_for(connected, "the bridge to listen")
-        self.addCleanup(peer.close)
-        self.wait_for(lambda: "[Connected]" in self.log(), "the bridge to be connected")
-        return peer
-
-    def signal_bridge(self, number: int) -> None:
-        os.kill(self.node.bridge.pid(), number)
-
-    def expect_no_engine(self) -> None:
-        group = self.node.bridge.pid()
-        self.wait_for(lambda: not members(group), "the engines to end")
-
+class Ending(FaultStory):
     def test_reset_by_the_voice_server(self):
         voice = self.connect_plainly()
         reset(voice)
         self.assertEqual(self.wait_for_end(), "status 0")
         self.assertTrue(self.log().endswith("[VoiceServerError] Data connector read failed.\n"))
-        self.expect_no_engine()
+        self.expect_nothing_left()
 
     def test_close_by_the_voice_server(self):
         # Kept: not noticed in itself; the frames that still come back for it end the process. If
@@ -63,7 +28,7 @@ class Ending(Story):
         ending = self.wait_for_end()
         was_reset = "[VoiceServerError] Data connector read failed.\n" in self.log()
         self.assertEqual(ending, "status 0" if was_reset else "killed by SIGPIPE")
-        self.expect_no_engine()
+        self.expect_nothing_left()
 
     def test_reset_by_the_sound_client(self):
         with socket.create_server(("127.0.0.1", self.client_port)) as listener:
@@ -90,13 +55,13 @@ class Ending(Story):
         self.assertEqual(self.wait_for_end(), "status 0")
         self.assertIn("[ROSConnectorError] ROS connector read failed.\n", self.log())
         self.assertTrue(self.log().endswith(TERMINATE))
-        self.expect_no_engine()
+        self.expect_nothing_left()
 
     def test_node_that_stops_reading_for_good(self):
         self.start()
         self.node.bridge.output().close()
         self.assertEqual(self.wait_for_end(), "killed by SIGPIPE")
-        self.expect_no_engine()
+        self.expect_nothing_left()
 
     def test_engine_with_an_unknown_frame_type(self):
         self.start(vad=["emit 5"])
@@ -107,12 +72,12 @@ class Ending(Story):
     def test_mmse_engine_that_dies(self):
         self.start(mmse=["exit_after 20"])
         self.assertEqual(self.wait_for_end(), "killed by SIGPIPE")
-        self.expect_no_engine()
+        self.expect_nothing_left()
 
     def test_vad_engine_that_dies(self):
         self.start(vad=["exit_after 20"])
         self.assertEqual(self.wait_for_end(), "killed by SIGPIPE")
-        self.expect_no_engine()
+        self.expect_nothing_left()
 
     def test_engine_that_does_not_exist(self):
         # Kept: starting it succeeds as far as the bridge can see; its first frame ends the process.
@@ -125,7 +90,7 @@ class Ending(Story):
         self.signal_bridge(signal.SIGINT)
         self.assertEqual(self.wait_for_end(), "status 0")
         self.assertNotIn(TERMINATE, self.log())
-        self.expect_no_engine()
+        self.expect_nothing_left()
 
     def test_interrupt_at_any_moment(self):
         # A flood keeps the bridge out of its waits most of the time.
@@ -136,7 +101,7 @@ class Ending(Story):
         self.wait_for(lambda: len(self.returned()) > 100, "the flood")
         self.signal_bridge(signal.SIGINT)
         self.assertEqual(self.wait_for_end(), "status 0")
-        self.expect_no_engine()
+        self.expect_nothing_left()
 
     def send_for_ever(self) -> None:
         try:
@@ -154,19 +119,19 @@ class Ending(Story):
         self.wait_for(lambda: "Connecting" in self.log(), "the first attempt")
         self.signal_bridge(signal.SIGINT)
         self.assertEqual(self.wait_for_end(), "status 0")
-        self.expect_no_engine()
+        self.expect_nothing_left()
 
     def test_terminated_bridge_leaves_no_engine(self):
         self.start()
         self.signal_bridge(signal.SIGTERM)
         self.assertEqual(self.wait_for_end(), "killed by SIGTERM")
-        self.expect_no_engine()
+        self.expect_nothing_left()
 
     def test_killed_bridge_leaves_no_engine(self):
         self.start()
         self.signal_bridge(signal.SIGKILL)
         self.assertEqual(self.wait_for_end(), "killed by SIGKILL")
-        self.expect_no_engine()
+        self.expect_nothing_left()
 
     def test_descriptors_do_not_grow_while_processing(self):
         self.start()
@@ -182,11 +147,9 @@ class Ending(Story):
 
     def test_ports_are_free_again(self):
         self.start()
-        self.node.bridge.close_input()
-        self.wait_for_end()
-        with socket.socket() as probe:
-            probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-            probe.bind(("127.0.0.1", self.server_port))
+        self.stop_by_input()  # looks at the port
+        with socket.create_server(("127.0.0.1", self.server_port)):
+            pass
 
 
 if __name__ == "__main__":
