@@ -20,7 +20,7 @@ from pathlib import Path
 
 import frames
 from bridge_process import members
-from story import BOUND, SCRIPTED_ENGINE, Story
+from story import BOUND, Story
 from waiting import until
 
 PR_SET_CHILD_SUBREAPER = 36
@@ -248,7 +248,3 @@ class FaultStory(Story):
 
     def kill_engine(self, role: str) -> None:
         os.kill(self.engine_pid(role), signal.SIGKILL)
-
-
-__all__ = ["CONNECTED", "FaultStory", "SCRIPTED_ENGINE", "TERMINATE", "reset", "taken",
-           "waiting_in", "zombies"]  # fmt: skip

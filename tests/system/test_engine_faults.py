@@ -7,8 +7,8 @@ import unittest
 
 import frames
 from bridge_process import members
-from fault_story import SCRIPTED_ENGINE, TERMINATE, FaultStory
-from story import speech
+from fault_story import TERMINATE, FaultStory
+from story import SCRIPTED_ENGINE, speech
 
 LAST = 20
 RUNS_AHEAD = "WARNING: vad engine runs ahead. its newest frames are dropped.\n"

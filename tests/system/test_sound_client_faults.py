@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""A sound client that misbehaves: blocks cut at every byte, byte by byte, half a block then silence,
-junk, a connection that is closed or reset at inconvenient times."""
+"""A sound client that misbehaves: blocks cut at every byte, byte by byte, half a block then
+silence, junk, a connection that is closed or reset at inconvenient times."""
 import signal
 import socket
 import unittest

@@ -24,10 +24,11 @@ class StandardInput(FaultStory):
             self.wait_until_read()
 
     def wait_until_read(self, seconds: float = JUNK_BOUND) -> None:
-        # Sizes are told by the other pipe end as well, but that one is not ours.
+        # The bridge's own end of the pipe, opened once more, tells how much waits in it.
         descriptor = f"/proc/{self.node.bridge.pid()}/fd/0"
         with open(descriptor, "rb", buffering=0) as end:
-            self.wait_for(lambda: waiting_in(end, termios.FIONREAD) == 0, "the words to be read", seconds)
+            read = lambda: waiting_in(end, termios.FIONREAD) == 0  # noqa: E731
+            self.wait_for(read, "the words to be read", seconds)
 
     def start_spinning(self, **arguments) -> None:
         self.connect_plainly(vad=["start 1"], **arguments)

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""A voice server that misbehaves: half frames, cut frames, frames byte by byte, a connection that is
-half closed, closed or reset, and one whose answers nobody reads."""
+"""A voice server that misbehaves: half frames, cut frames, frames byte by byte, a connection that
+is half closed, closed or reset, and one whose answers nobody reads."""
 import array
 import socket
 import struct
@@ -90,9 +90,8 @@ class VoiceServerFaults(FaultStory):
         self.wait_for(lambda: -5 in self.receive(), "the whole frame behind it")
         kinds = [frame.kind for frame in self.back]
         self.assertEqual((kinds.count(frames.TOF), set(kinds)), (1, {frames.TOF, frames.DATA}))
-        between = [frame.payload for frame in self.back].index(negated(block_of(
-            frames.make(frames.DATA, struct.pack("<h", 5))))) - kinds.index(frames.TOF)
-        self.assertGreaterEqual(between, 24)
+        whole = [any(frame.payload) for frame in self.back].index(True)
+        self.assertGreaterEqual(whole - kinds.index(frames.TOF), 24)
         self.expect_running()
 
     def test_connection_that_is_half_closed_is_a_stream_of_silence(self):
