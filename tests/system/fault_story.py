@@ -30,6 +30,8 @@ FEED = 2000  # frames that are sent at most between two looks
 FEED_FRAMES = frames.make(frames.DATA) * 50
 TERMINATE = "ERROR: Terminate application.\n"
 CONNECTED = "[Connected]\n"
+# A reset is met by a read, or by a write if the bridge was on its way from one to the other.
+LOST = r"\[VoiceServerError\] Data connector (read|write) failed\.\n$"
 
 if ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0:
     raise OSError("cannot become the parent of orphans")
@@ -116,7 +118,9 @@ class FaultStory(Story):
         """Everything, with a plain voice server."""
         self.start_client()
         self.start_bridge(**arguments)
-        return self.connect_voice()
+        self.connect_voice()
+        self.wait_for(self.client.connected, "the sound client's connection")
+        return self.plain
 
     def send_piece(self, connection: socket.socket, piece: bytes) -> None:
         """Sends bytes and waits until the bridge has read them: no later byte joins them."""

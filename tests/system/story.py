@@ -95,6 +95,8 @@ class Story(unittest.TestCase):
         self.start_bridge(**arguments)
         self.start_voice()
         self.wait_for(lambda: "[Connected]" in self.log(), "the bridge to be connected")
+        # A stand-in that is closed before it has accepted the connection would reset it.
+        self.wait_for(self.client.connected, "the sound client's connection")
 
     # Looking and waiting.
 

@@ -7,9 +7,8 @@ import struct
 import unittest
 
 import frames
-from fault_story import FaultStory, reset
+from fault_story import LOST, FaultStory, reset
 
-LOST = r"\[VoiceServerError\] Data connector (read|write) failed\.\n$"
 SMALL = 4096  # bytes of receive buffer, so that a voice server that does not read is soon full
 
 
