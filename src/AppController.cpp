@@ -19,7 +19,7 @@ constexpr unsigned int VAD_DRAIN_LIMIT = 640;
 
 // VAD frames that wait to be lined up at most: ten minutes. A living engine answers each frame with
 // one and never comes near; a dead one "delivers" empty frames without end. Newer frames are
-// dropped beyond it: reading goes on, so that a flooding engine cannot block us by blocking itself.
+// dropped beyond it while reading goes on.
 constexpr size_t VAD_BACKLOG_LIMIT = 60000;
 
 // Takes the oldest frame of a queue; false, frame untouched, when it is empty.

@@ -22,6 +22,7 @@ TAIL = 1000  # silent frames behind the last one, which move it out unless a ren
 GIVE_UP = 60.0  # seconds without any answer
 SAMPLE_EVERY = 1.0
 MEMORY_ALLOWED = 64 * 1024  # bytes a minute
+SHORTEST_JUDGED = 60.0  # seconds; in less, one page more is a slope
 CLEARED = "clear bufffer size:9\n"
 PROGRESS_EVERY = 100_000
 
@@ -176,7 +177,7 @@ class Flood:
             reasons.append("frames were lost")
         if cleared != model.renewals:
             reasons.append(f"{cleared} renewals with nine frames in the delay line are logged")
-        if taken > 60 and memory > MEMORY_ALLOWED:
+        if taken > SHORTEST_JUDGED and memory > MEMORY_ALLOWED:
             reasons.append("memory grows")
         if how != "ended after its input, status 0" or left:
             reasons.append("it did not end well")

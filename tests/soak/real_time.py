@@ -21,6 +21,7 @@ from waiting import free_port, until
 # renewal shows, and pages that the allocator takes later than in warm-up do not.
 MEMORY_ALLOWED = 32 * 1024  # bytes
 DESCRIPTORS_ALLOWED = 0.2
+SHORTEST_JUDGED = 120.0  # seconds; in less, one page more is a slope
 WARM_UP = 45.0  # seconds at least
 WARM_UP_MOST = 240.0
 RENEWALS_FIRST = 3  # renewals in warm-up
@@ -170,7 +171,8 @@ class RealTime:
                                   f" {100 * most:.1f} %"),
             ("end", how),
         ]  # fmt: skip
-        self._expect(memory <= MEMORY_ALLOWED, "memory grows", table)
+        judged = self.seconds >= SHORTEST_JUDGED
+        self._expect(memory <= MEMORY_ALLOWED or not judged, "memory grows", table)
         self._expect(descriptors <= DESCRIPTORS_ALLOWED, "descriptors grow", table)
         self._expect(renewals > 0, "there was no renewal", table)
         self._expect(len(self.client.told) > 0, "the sound client was told nothing", table)

@@ -60,7 +60,7 @@ class StandardInput(FaultStory):
         self.node.play_sound(True)
         self.wait_for(lambda: PLAYS in self.log(), "a word behind the flood")
         self.assertEqual(self.descriptors(), descriptors)
-        self.assertLess(self.resident() - memory, len(JUNK) / 3)
+        self.assertLess(self.resident() - memory, len(JUNK) / 2)
         self.stop_by_input()
 
     def test_closed_before_the_peers_are_there(self):
