@@ -33,12 +33,15 @@ inline void requireData(const void* data) {
         throw std::invalid_argument("Invalid argument arg is NULL.");
 }
 
-inline void requireEndian(const int from, const int to) {
-    if (_check_endian(from) && _check_endian(to))
-        return;
+[[noreturn]] inline void refuseEndian(const int from, const int to) {
     std::ostringstream text;
     text << "Invalid endian. from :" << from << " to :" << to;
     throw std::invalid_argument(text.str());
+}
+
+inline void requireEndian(const int from, const int to) {
+    if (!_check_endian(from) || !_check_endian(to))
+        refuseEndian(from, to);
 }
 
 // A byte count that does not hold elements of `element` bytes.
