@@ -44,14 +44,11 @@ bool FrameSyncBuilder<T>::build(const char* data, unsigned int size, int from, i
     const unsigned int payload = size - framesync::HEADER_SIZE;
     binary::detail::requireWholeElements(static_cast<int>(payload), sizeof(T));
 
-    data_.resize(payload / sizeof(T));
-    binary::detail::copyElements<binary::detail::Bits<T>>(reinterpret_cast<char*>(data_.data()),
-                                                          data + framesync::HEADER_SIZE,
-                                                          data_.size(), from, to);
     build_array_.resize(size);
     std::memcpy(build_array_.data(), &header_, framesync::HEADER_SIZE);
-    if (payload > 0)
-        std::memcpy(build_array_.data() + framesync::HEADER_SIZE, data_.data(), payload);
+    binary::detail::copyElements<binary::detail::Bits<T>>(
+        build_array_.data() + framesync::HEADER_SIZE, data + framesync::HEADER_SIZE,
+        payload / sizeof(T), from, to);
     return true;
 }
 
@@ -71,6 +68,10 @@ int FrameSyncBuilder<T>::getHeader() {
 
 template <typename T>
 const std::vector<T>& FrameSyncBuilder<T>::getData() {
+    const size_t payload = build_array_.empty() ? 0 : build_array_.size() - framesync::HEADER_SIZE;
+    data_.resize(payload / sizeof(T));
+    if (payload > 0)
+        std::memcpy(data_.data(), build_array_.data() + framesync::HEADER_SIZE, payload);
     return data_;
 }
 

@@ -31,6 +31,7 @@ class FrameSyncBuilder : public BuilderInterface {
     // size: bytes of the whole frame, header included. Always true.
     bool build(const char* data, unsigned int size, int from, int to) override;
     int getHeader();
+    // The payload's values, taken from the built bytes by each call; valid until the next one.
     const std::vector<T>& getData();
     // The frame as bytes, least significant byte first.
     const ByteArray& getBuildData() override;
