@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AppController.h"
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <utility>
@@ -26,8 +27,7 @@ constexpr size_t VAD_BACKLOG_LIMIT = 60000;
 bool takeFront(ReceiveQueue& queue, ReceiveData& frame) {
     if (queue.empty())
         return false;
-    frame = std::move(queue.front());
-    queue.pop_front();
+    queue.trade(frame);
     return true;
 }
 
@@ -118,13 +118,14 @@ void AppController::writeMMSEData() {
 
 void AppController::readMMSEData() {
     static FrameCounter counter;  // of the whole process: engines come and go, the stream goes on
-    ReceiveData frame(framesync::MMSE_FRAME_SIZE);
-    if (mmse_connector_->read(frame.data(), framesync::MMSE_FRAME_SIZE, 0) != 0)
+    mmse_frame_.resize(framesync::MMSE_FRAME_SIZE);
+    std::fill(mmse_frame_.begin(), mmse_frame_.end(), '\0');
+    if (mmse_connector_->read(mmse_frame_.data(), framesync::MMSE_FRAME_SIZE, 0) != 0)
         return;
-    mmse_data_que_.push_back(frame);
-    const int header = counter.count(frame);
+    mmse_data_que_.push_back(mmse_frame_);
+    const int header = counter.count(mmse_frame_);
     if (header == FRAME_DATA || header == FRAME_TOF || header == FRAME_EOF)
-        mmse_result_que_.push_back(std::move(frame));
+        mmse_result_que_.push_back(std::move(mmse_frame_));
     if (header == FRAME_EOF) {
         LOG_AT(logDEBUG) << "mmse:: " << counter.str();
         counter.reset();

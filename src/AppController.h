@@ -79,6 +79,7 @@ class AppController {
     ReceiveQueue server_result_que_;   // input that the MMSE engine has, waiting to be lined up
     ReceiveQueue mmse_process_que_;    // finished noise-suppressed frames
     ReceiveQueue server_process_que_;  // finished input frames
+    ReceiveData mmse_frame_;           // the frame being read; kept for its memory
     std::string app_dir_;              // path of the engine executable
     std::string mmse_setting_;
     std::string vad_setting_;

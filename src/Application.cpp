@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
 #include <stdexcept>
 #include <utility>
@@ -41,11 +42,9 @@ bool Application::run() {
     launchEngines();
     while (true) {
         connectPeers();
-        ReceiveData frame(VOICE_SERVER_FRAME_SIZE);  // zeros wherever nothing is read
         try {
-            // Kept: the count is not looked at. A pass without data moves a frame of silence.
-            voice_server_->read(frame.data(), VOICE_SERVER_FRAME_SIZE, READ_TIMEOUT_MS);
-            app_controller_->addReceiveData(std::move(frame));
+            readInputFrame();
+            app_controller_->addReceiveData(std::move(frame_));
             app_controller_->process();
             sound_client_->process();
             returnCleanedFrames();
@@ -96,10 +95,18 @@ void Application::connectPeers() {
     }
 }
 
+// Kept: what does not come is silence. A part of a frame is filled up with zeros, and a pass
+// without data moves a frame of zeros.
+void Application::readInputFrame() {
+    frame_.resize(VOICE_SERVER_FRAME_SIZE);
+    const int count = voice_server_->read(frame_.data(), VOICE_SERVER_FRAME_SIZE, READ_TIMEOUT_MS);
+    std::fill(frame_.begin() + count, frame_.end(), '\0');
+}
+
 // The voice server takes its frames back with every number most significant byte first.
 void Application::returnCleanedFrames() {
-    for (ReceiveData frame; app_controller_->getMMSEData(frame);) {
-        builder_.build(frame.data(), static_cast<unsigned int>(frame.size()), binary::LITTLE,
+    while (app_controller_->getMMSEData(frame_)) {
+        builder_.build(frame_.data(), static_cast<unsigned int>(frame_.size()), binary::LITTLE,
                        binary::BIG);
         const ByteArray& bytes = builder_.getBuildData();
         voice_server_->write(bytes.data(), static_cast<uint32_t>(bytes.size()));
@@ -112,8 +119,8 @@ void Application::forwardResults() {
         app_controller_->clearProcessData();
         return;
     }
-    for (ReceiveData frame; app_controller_->getServerData(frame);)
-        ros_connector_->addSendData(std::move(frame));
+    while (app_controller_->getServerData(frame_))
+        ros_connector_->addSendData(std::move(frame_));
 }
 
 // Kept: the bridge does not reconnect; whatever started it starts it again.

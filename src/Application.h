@@ -46,6 +46,7 @@ class Application {
 
     void launchEngines();
     void connectPeers();
+    void readInputFrame();
     void returnCleanedFrames();
     void forwardResults();
     bool endOnLostPeer(const std::exception& error);
@@ -60,6 +61,7 @@ class Application {
     std::string server_ip_;            // of the sound client, dotted quad
     uint16_t recv_port_ = 0;           // of the sound client
     uint16_t send_port_ = 0;           // on which the voice server is accepted
+    ReceiveData frame_;                // the frame in hand; kept for its memory
     FrameSyncBuilder<short> builder_;  // turns frames for the voice server; kept for its memory
 };
 

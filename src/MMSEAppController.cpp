@@ -115,14 +115,9 @@ void MMSEAppController::addVADData(const ReceiveData& data) {
 
 // Kept: the name, although nothing is sent from this buffer.
 void MMSEAppController::addSendData(const ReceiveData& data) {
-    if (send_buffer_.size() < NOISE_FRAME_SIZE) {
-        send_buffer_.push_back(data);
-        return;
-    }
-    ReceiveData oldest = std::move(send_buffer_.front());  // its memory is used again
-    send_buffer_.pop_front();
-    oldest = data;
-    send_buffer_.push_back(std::move(oldest));
+    if (send_buffer_.size() == NOISE_FRAME_SIZE)
+        send_buffer_.pop_front();
+    send_buffer_.push_back(data);
 }
 
 // True when the last ten frames were all plain audio.
@@ -150,8 +145,11 @@ void MMSEAppController::addNoiseData(const ReceiveData& data) {
     noise_tmp_.clear();
     // An average uses the newest four blocks. Older ones would only fill the memory of a stream
     // that finds no quiet moment for a renewal.
-    while (noise_que_.size() >= NOISE_QUE_SIZE)
+    while (noise_que_.size() >= NOISE_QUE_SIZE) {
+        noise_tmp_.swap(noise_que_.front());  // for its memory
+        noise_tmp_.clear();
         noise_que_.pop_front();
+    }
 }
 
 // Ten frames of typical background: frame i is the mean of the i-th frames of the newest blocks,

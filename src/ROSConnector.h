@@ -2,7 +2,6 @@
 #ifndef TOLVANEV_ROSCONNECTOR_H
 #define TOLVANEV_ROSCONNECTOR_H
 
-#include <deque>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -50,8 +49,8 @@ class ROSConnector {
   private:
     void applyWord(const std::string& word);
 
-    std::deque<std::vector<char>> send_que_;  // blocks for standard output, oldest first
-    ReceiveData recv_data_;                   // bytes of this pass, NUL padding included
+    ReceiveQueue send_que_;  // blocks for standard output, oldest first
+    ReceiveData recv_data_;  // bytes of this pass, NUL padding included
     bool play_sound_state_ = false;
 };
 

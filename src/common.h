@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-using ByteArray = std::vector<char>;    // packed values and whole frames; not a character string
-using ReceiveData = std::vector<char>;  // one frame, or bytes as they came from a peer
-using ReceiveQueue = std::deque<ReceiveData>;  // push at the back, take from the front
-using NoiseQueue = std::deque<ReceiveQueue>;   // blocks of NOISE_FRAME_SIZE frames, oldest first
+#include "ReceiveQueue.h"
+
+using ByteArray = std::vector<char>;  // packed values and whole frames; not a character string
+using NoiseQueue = std::deque<ReceiveQueue>;  // blocks of NOISE_FRAME_SIZE frames, oldest first
 
 // Frame types: the 32-bit header of a frame-sync frame. No producer uses 3 to 8.
 enum FrameType : int {

@@ -37,7 +37,6 @@ static_assert(FRAME_TOF == 9 && FRAME_EOF == 10);
 
 static_assert(std::is_same_v<ByteArray, std::vector<char>>);
 static_assert(std::is_same_v<ReceiveData, std::vector<char>>);
-static_assert(std::is_same_v<ReceiveQueue, std::deque<ReceiveData>>);
 static_assert(std::is_same_v<NoiseQueue, std::deque<ReceiveQueue>>);
 
 // A pipe with its two ends; an end that was closed early is -1.

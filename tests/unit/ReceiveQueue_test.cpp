@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: MIT
+#include "ReceiveQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "frames.h"
+
+namespace {
+
+// Frames are told apart by their type; with 320 bytes of payload each has memory of its own.
+ReceiveData numbered(int number) {
+    return makeFrame(number);
+}
+
+void fill(ReceiveQueue& queue, int first, int last) {
+    for (int number = first; number <= last; ++number)
+        queue.push_back(numbered(number));
+}
+
+// Takes every frame out and writes down their order.
+std::vector<ReceiveData> drained(ReceiveQueue& queue) {
+    std::vector<ReceiveData> frames;
+    for (; !queue.empty(); queue.pop_front())
+        frames.push_back(queue.front());
+    return frames;
+}
+
+std::vector<ReceiveData> numbers(int first, int last) {
+    std::vector<ReceiveData> frames;
+    for (int number = first; number <= last; ++number)
+        frames.push_back(numbered(number));
+    return frames;
+}
+
+TEST(ReceiveQueue, IsEmptyAtFirst) {
+    const ReceiveQueue queue;
+    EXPECT_TRUE(queue.empty());
+    EXPECT_EQ(queue.size(), 0u);
+}
+
+TEST(ReceiveQueue, GivesFramesBackInTheirOrder) {
+    ReceiveQueue queue;
+    fill(queue, 1, 100);
+    EXPECT_EQ(queue.size(), 100u);
+    EXPECT_EQ(drained(queue), numbers(1, 100));
+}
+
+TEST(ReceiveQueue, KeepsTheOrderWhenItGrowsInMidStream) {
+    // Every distance of the oldest frame from the first slot, every length.
+    for (int taken = 0; taken < 9; ++taken) {
+        for (int length = 1; length < 20; ++length) {
+            ReceiveQueue queue;
+            fill(queue, 1, 9);
+            for (int i = 0; i < taken; ++i)
+                queue.pop_front();
+            fill(queue, 10, 9 + length);
+            ASSERT_EQ(drained(queue), numbers(taken + 1, 9 + length)) << taken << ' ' << length;
+        }
+    }
+}
+
+TEST(ReceiveQueue, CopiesAFrameThatIsNotMovedIn) {
+    ReceiveQueue queue;
+    ReceiveData frame = numbered(1);
+    queue.push_back(frame);
+    EXPECT_EQ(frame, numbered(1));
+    frame[0] = 7;
+    EXPECT_EQ(queue.front(), numbered(1));
+}
+
+TEST(ReceiveQueue, TakesBytesOfAnyLength) {
+    ReceiveQueue queue;
+    const std::string bytes = "abc";
+    queue.emplace_back(bytes.data(), bytes.data() + 3);
+    queue.emplace_back(bytes.data(), bytes.data());
+    EXPECT_EQ(queue.at(0), bytesOf("abc"));
+    EXPECT_EQ(queue.at(1), ReceiveData());
+}
+
+TEST(ReceiveQueue, AFrameNeverShowsBytesOfTheOneBefore) {
+    ReceiveQueue queue;
+    fill(queue, 1, 4);
+    for (int i = 0; i < 4; ++i)
+        queue.pop_front();
+    queue.push_back(bytesOf("copied"));
+    ReceiveData moved = bytesOf("moved");
+    queue.push_back(std::move(moved));
+    const std::string bytes = "made";
+    queue.emplace_back(bytes.data(), bytes.data() + bytes.size());
+    EXPECT_EQ(drained(queue),
+              (std::vector<ReceiveData>{bytesOf("copied"), bytesOf("moved"), bytesOf("made")}));
+}
+
+TEST(ReceiveQueue, MovesAFrameInAndOutWithoutCopyingItsBytes) {
+    ReceiveQueue queue;
+    ReceiveData frame = numbered(1);
+    const char* const memory = frame.data();
+    queue.push_back(std::move(frame));
+    ReceiveData taken;
+    queue.trade(taken);
+    EXPECT_EQ(taken, numbered(1));
+    EXPECT_EQ(taken.data(), memory);
+    EXPECT_TRUE(queue.empty());
+}
+
+// What a long stream rests on: once warm, a queue passes frames on without the heap.
+TEST(ReceiveQueue, ASteadyStreamUsesTheSameMemoryForEver) {
+    ReceiveQueue queue;
+    ReceiveData frame;
+    std::set<const char*> used;
+    const auto pass = [&](int number) {
+        frame.assign(324, static_cast<char>(number));
+        queue.push_back(std::move(frame));
+        if (queue.size() == 10)
+            queue.trade(frame);
+    };
+    for (int i = 0; i < 100; ++i)
+        pass(i);
+    for (int i = 0; i < 100; ++i) {
+        pass(i);
+        used.insert(frame.data());
+    }
+    const size_t warm = used.size();
+    for (int i = 0; i < 1000; ++i) {
+        pass(i);
+        used.insert(frame.data());
+    }
+    EXPECT_EQ(used.size(), warm);
+    EXPECT_LE(warm, 17u);  // sixteen slots and the frame in hand
+}
+
+TEST(ReceiveQueue, CopiesReuseTheMemoryOfFramesThatHaveGone) {
+    ReceiveQueue queue;
+    queue.push_back(numbered(1));
+    const char* const memory = queue.front().data();
+    queue.pop_front();
+    const ReceiveData frame = numbered(2);
+    for (int slot = 0; slot < 3; ++slot) {
+        queue.push_back(frame);
+        queue.pop_front();
+    }
+    queue.push_back(frame);
+    EXPECT_EQ(queue.front().data(), memory);
+}
+
+// The memory that a moved-in frame is left with tells what the slot held.
+TEST(ReceiveQueue, GivesItsMemoryBackWhenALongBacklogIsGone) {
+    ReceiveQueue queue;
+    fill(queue, 1, 129);
+    drained(queue);
+    for (int i = 0; i < 300; ++i) {
+        ReceiveData frame = numbered(i);
+        queue.push_back(std::move(frame));
+        ASSERT_EQ(frame.capacity(), 0u) << i;  // NOLINT(bugprone-use-after-move): that is the point
+    }
+    queue.clear();
+    ReceiveData frame = numbered(1);
+    queue.push_back(std::move(frame));
+    EXPECT_EQ(frame.capacity(), 0u);  // NOLINT(bugprone-use-after-move): as above
+}
+
+TEST(ReceiveQueue, KeepsTheMemoryOfAShortBacklog) {
+    ReceiveQueue queue;
+    fill(queue, 1, 128);
+    drained(queue);
+    for (int i = 0; i < 128; ++i) {
+        ReceiveData frame = numbered(i);
+        queue.push_back(std::move(frame));
+        ASSERT_GE(frame.capacity(), 324u) << i;  // NOLINT(bugprone-use-after-move): as above
+    }
+}
+
+TEST(ReceiveQueue, IsUsableAfterClear) {
+    for (const int length : {0, 3, 1000}) {
+        ReceiveQueue queue;
+        fill(queue, 1, length);
+        queue.clear();
+        EXPECT_TRUE(queue.empty());
+        fill(queue, 5, 7);
+        EXPECT_EQ(drained(queue), numbers(5, 7)) << length;
+    }
+}
+
+TEST(ReceiveQueue, CountsFromTheOldestFrame) {
+    ReceiveQueue queue;
+    fill(queue, 1, 4);
+    queue.pop_front();
+    fill(queue, 5, 5);  // wraps round
+    const ReceiveQueue& read = queue;
+    EXPECT_EQ(read.front(), numbered(2));
+    EXPECT_EQ(read[0], numbered(2));
+    EXPECT_EQ(read.at(3), numbered(5));
+    EXPECT_THROW(read.at(4), std::out_of_range);
+    queue[1] = numbered(30);
+    EXPECT_EQ(read.at(1), numbered(30));
+}
+
+TEST(ReceiveQueue, IsWalkedFromTheOldestFrame) {
+    ReceiveQueue queue;
+    fill(queue, 1, 4);
+    queue.pop_front();
+    fill(queue, 5, 5);
+    std::vector<ReceiveData> seen;
+    for (const ReceiveData& frame : std::as_const(queue))
+        seen.push_back(frame);
+    EXPECT_EQ(seen, numbers(2, 5));
+    for (ReceiveData& frame : queue)
+        frame = numbered(9);
+    EXPECT_EQ(queue.at(3), numbered(9));
+}
+
+TEST(ReceiveQueue, IsCopiedAndMovedAsAWhole) {
+    ReceiveQueue queue;
+    fill(queue, 1, 6);
+    queue.pop_front();
+    ReceiveQueue copy = queue;
+    EXPECT_EQ(drained(copy), numbers(2, 6));
+    ReceiveQueue moved = std::move(queue);
+    EXPECT_TRUE(queue.empty());  // NOLINT(bugprone-use-after-move): that is the point
+    fill(queue, 7, 8);           // as usable as a new one
+    EXPECT_EQ(drained(moved), numbers(2, 6));
+    moved = std::move(queue);
+    EXPECT_EQ(drained(moved), numbers(7, 8));
+    EXPECT_TRUE(queue.empty());  // NOLINT(bugprone-use-after-move): as above
+}
+
+}  // namespace
