@@ -2,6 +2,7 @@
 #include "SoundClientProcessor.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <utility>
 
@@ -40,6 +41,12 @@ constexpr size_t COMMAND_EXTRA = 2;
 
 // Bytes between the digits of a DATA header and its payload; never looked at.
 constexpr size_t DATA_TERMINATOR = 2;
+
+// The buffer is made for a whole DATA block at once, and for what the last read may bring behind
+// its payload, so that it need not be moved while it grows. That of a block of more than 16 MB
+// grows with what comes: to announce 4 GB costs a client nothing.
+constexpr size_t RESERVE_LIMIT = 16 << 20;
+constexpr size_t BEHIND_PAYLOAD = 1100;
 
 // Frames kept at most: ten minutes of audio. Nothing takes them while the link is up.
 constexpr size_t SEND_QUE_LIMIT = 60000;
@@ -106,6 +113,9 @@ void SoundClientProcessor::process() {
     data_header_ = unread.data_header;
     if (data_header_.phase == DataHeader::BROKEN)
         recv_data_.resize(DATA_KEYWORD);
+    if (data_header_.phase == DataHeader::COMPLETE)
+        recv_data_.reserve(
+            std::min(data_header_.offset + data_header_.length + BEHIND_PAYLOAD, RESERVE_LIMIT));
 }
 
 bool SoundClientProcessor::takeBlock(Unread& unread) {
@@ -307,9 +317,9 @@ void SoundClientProcessor::addDataFrames(std::string_view data) {
 }
 
 void SoundClientProcessor::addFrame(int32_t type, std::string_view payload) {
-    ReceiveData frame = binary::pack<int>(type);
-    frame.insert(frame.end(), payload.begin(), payload.end());
-    frame.resize(framesync::MMSE_FRAME_SIZE);
+    ReceiveData frame(framesync::MMSE_FRAME_SIZE);
+    std::memcpy(frame.data(), &type, framesync::HEADER_SIZE);
+    std::copy(payload.begin(), payload.end(), frame.begin() + framesync::HEADER_SIZE);
     send_que_.push_back(std::move(frame));
     if (send_que_.size() <= SEND_QUE_LIMIT)
         return;
