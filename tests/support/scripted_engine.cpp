@@ -11,9 +11,10 @@
 //     stall_after N      after N input frames neither read nor write, but stay alive
 //     slow MS            take so many milliseconds for each answer
 //     extra N            N more frames, with first sample 0, behind each answer
-//     cut N              send answers in two parts: N bytes, and when those have been read, the
-//     rest flood              write frames without end and read nothing ignore_term        ignore
-//     SIGTERM ignore_end         stay alive when the input has ended
+//     cut N              send answers in two parts: N bytes, the rest when those have been read
+//     flood              write frames without end and read nothing
+//     ignore_term        ignore SIGTERM
+//     ignore_end         stay alive when the input has ended
 //
 // Otherwise each input frame is answered at once by one frame of its type: an MMSE engine returns
 // the samples negated, so that a test can tell its output from the input, and a VAD engine sends

@@ -332,6 +332,28 @@ TEST_F(ApplicationTest, ALostPeerLeavesTheEnginesToFinalize) {
     EXPECT_FALSE(hasChildren());
 }
 
+// Only what waits in the delay line outlives the link.
+TEST_F(ApplicationTest, ALostPeerDropsTheFramesThatTheEnginesHad) {
+    engines_.vad.follow("silent\n");
+    initialize();
+    whenConnected([] {});
+    inEachPass([this] {
+        if (!voice_.isOpen())
+            return;
+        voice_.send(textOf(audioFrame(FRAME_DATA, ++sent_)));
+        if (!engines_.vad.frames().empty())
+            voice_.reset();
+    });
+    EXPECT_TRUE(app_->run());
+
+    faults::clear();
+    const int lost = sent_;
+    engines_.vad.follow("");
+    whenConnected([] {});
+    runUntil([this] { return framesIn(results_) >= 1; });
+    EXPECT_GE(sampleOf(frameOf(results_, 0)), lost - 9);
+}
+
 TEST_F(ApplicationTest, ALostPeerIsNotConnectedAgain) {
     initialize();
     whenConnected([this] { voice_.reset(); });
