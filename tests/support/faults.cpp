@@ -5,13 +5,19 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
+
+#include "wait_until.h"
 
 // What the linker calls the calls of the C library.
 extern "C" {
@@ -59,6 +65,21 @@ struct State {
 State& state() {
     static State* const state = new State;
     return *state;
+}
+
+// valgrind handles the signals of what it runs, so one that comes between fork and exec goes down
+// with it, and the engine lives on. Waits, under tests/memcheck only, until the child is an engine
+// or has ended.
+void leaveMemcheck(pid_t child) {
+    if (!std::getenv("TOLVANEV_MEMCHECK"))
+        return;
+    const std::string link = "/proc/" + std::to_string(child) + "/exe";
+    waitUntil([&] {
+        char program[256];
+        const ssize_t size = readlink(link.c_str(), program, sizeof(program));
+        return size < 0 || std::string_view(program, static_cast<size_t>(size)).find("valgrind") ==
+                               std::string_view::npos;
+    });
 }
 
 // Counts a call; takes the plan that it meets out of the list.
@@ -176,6 +197,7 @@ int __wrap_dup2(int from, int to) {
 }
 
 int __wrap_kill(pid_t pid, int signal) {
+    faults::leaveMemcheck(pid);
     return through(Call::Kill, ANY_FD, [&] { return __real_kill(pid, signal); });
 }
 

@@ -20,7 +20,7 @@ from pathlib import Path
 
 import frames
 from bridge_process import members
-from story import BOUND, Story
+from story import BOUND, BUILD, Story
 from waiting import until
 
 PR_SET_CHILD_SUBREAPER = 36
@@ -33,7 +33,10 @@ CONNECTED = "[Connected]\n"
 # A reset is met by a read, or by a write if the bridge was on its way from one to the other.
 LOST = r"\[VoiceServerError\] Data connector (read|write) failed\.\n$"
 
-# Memory that was given back counts as such under AddressSanitizer too, which keeps 256 MB of it.
+MEBI = 1 << 20  # bytes by which a bridge may grow that gives back what it takes
+
+# AddressSanitizer sets freed memory aside, 256 MB of it if nothing is said.
+SANITIZED = b"__asan_init" in (BUILD / "Tolvanev").read_bytes()
 os.environ["ASAN_OPTIONS"] = os.environ.get("ASAN_OPTIONS", "") + ":quarantine_size_mb=1"
 
 if ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0:

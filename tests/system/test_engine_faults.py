@@ -7,12 +7,11 @@ import unittest
 
 import frames
 from bridge_process import members
-from fault_story import TERMINATE, FaultStory
+from fault_story import MEBI, TERMINATE, FaultStory
 from story import SCRIPTED_ENGINE, speech
 
 LAST = 20
 RUNS_AHEAD = "WARNING: vad engine runs ahead. its newest frames are dropped.\n"
-MEBI = 1 << 20
 
 
 class EngineThatCannotBeRun(FaultStory):
