@@ -254,6 +254,23 @@ TEST_F(AppControllerTest, AShortFrameCountsAsAWholeOneFilledWithZeros) {
     EXPECT_EQ(mmse(), "0:0");
 }
 
+TEST_F(AppControllerTest, AShortFrameHoldsNothingOfEarlierOnes) {
+    const int passes = 40;  // by then every slot of the queues has held a frame
+    std::string types;
+    for (int i = 0; i < passes; ++i)
+        types += "0 ";
+    launchEmitting(types, types);
+    feed(types);
+    for (int i = 1; i < passes; ++i) {
+        controller_.clearProcessData();
+        pass();
+    }
+    EXPECT_EQ(mmse(), "0:39");
+    faults::shortenNext(Call::Read, 4);
+    pass();
+    EXPECT_EQ(mmse(), "0:0");
+}
+
 TEST_F(AppControllerTest, ClearProcessDataDropsFinishedFramesOnly) {
     align("0 0", "0", "0 0 0");
     controller_.clearProcessData();

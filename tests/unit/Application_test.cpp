@@ -268,6 +268,28 @@ TEST_F(ApplicationTest, APassWithoutDataHandsInABlockOfZeros) {
     EXPECT_EQ(engines_.mmse.frames().substr(0, 7), "0:0 0:1");
 }
 
+TEST_F(ApplicationTest, WhatDoesNotComeIsSilenceAmidAStreamToo) {
+    bool cut = false;
+    initialize();
+    whenConnected([] {});
+    inEachPass([&] {
+        returned_ += voice_.arrived();
+        results_ += node_.output();
+        if (framesIn(results_) >= 60 &&
+            !cut) {  // by then every slot of the queues has held a frame
+            voice_.send(textOf(audioFrame(FRAME_TOF, 77)).substr(0, 5));
+            cut = true;
+        } else if (!cut && sent_ < static_cast<int>(framesIn(returned_)) + AHEAD) {
+            voice_.send(textOf(audioFrame(FRAME_DATA, 0x0101)));
+            ++sent_;
+        } else if (engines_.mmse.frames().find("9:") != std::string::npos) {
+            node_.hangUp();
+        }
+    });
+    EXPECT_THROW(app_->run(), ROSConnectorError);
+    EXPECT_NE(engines_.mmse.frames().find("0:257 9:77"), std::string::npos);
+}
+
 TEST_F(ApplicationTest, AShortReadIsUsedAsAWholeBlock) {
     initialize();
     whenConnected([this] { voice_.send(textOf(audioFrame(FRAME_TOF, 77)).substr(0, 5)); });
