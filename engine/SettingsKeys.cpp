@@ -62,7 +62,7 @@ std::string setChoice(Enum& target, const std::string& text,
             target = choice;
             return {};
         }
-        names += (names.empty() ? "" : ", ") + std::string(name);
+        names.append(names.empty() ? "" : ", ").append(name);
     }
     return "'" + text + "' is none of " + names;
 }
