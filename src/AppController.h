@@ -37,7 +37,7 @@ class AppController {
                     const std::string& vad_setting);
     // Starts both engines, VAD first; true.
     bool launch();
-    // Hands in one input frame.
+    // Hands in one input frame; one that is moved in holds bytes of no meaning afterwards.
     void addReceiveData(const ReceiveData& data);
     void addReceiveData(ReceiveData&& data);
     // One pass: at most one frame into each engine and one out of the MMSE engine, and what waits

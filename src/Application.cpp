@@ -42,6 +42,7 @@ bool Application::run() {
     launchEngines();
     while (true) {
         connectPeers();
+        frame_.resize(VOICE_SERVER_FRAME_SIZE);
         try {
             readInputFrame();
             app_controller_->addReceiveData(std::move(frame_));
@@ -98,7 +99,6 @@ void Application::connectPeers() {
 // Kept: what does not come is silence. A part of a frame is filled up with zeros, and a pass
 // without data moves a frame of zeros.
 void Application::readInputFrame() {
-    frame_.resize(VOICE_SERVER_FRAME_SIZE);
     const int count = voice_server_->read(frame_.data(), VOICE_SERVER_FRAME_SIZE, READ_TIMEOUT_MS);
     std::fill(frame_.begin() + count, frame_.end(), '\0');
 }

@@ -28,10 +28,11 @@ class FrameSyncBuilder : public BuilderInterface {
   public:
     FrameSyncBuilder() = default;
 
-    // size: bytes of the whole frame, header included. Always true.
+    // data: not this builder's own bytes; size: of the whole frame, header included. Always true.
     bool build(const char* data, unsigned int size, int from, int to) override;
     int getHeader();
-    // The payload's values, taken from the built bytes by each call; valid until the next one.
+    // The payload's values, read from the built bytes by each call; a later build does not change
+    // what an earlier call returned.
     const std::vector<T>& getData();
     // The frame as bytes, least significant byte first.
     const ByteArray& getBuildData() override;

@@ -142,7 +142,6 @@ void MMSEAppController::addNoiseData(const ReceiveData& data) {
     if (noise_tmp_.size() < NOISE_FRAME_SIZE)
         return;
     noise_que_.push_back(std::move(noise_tmp_));
-    noise_tmp_.clear();
     // An average uses the newest four blocks. Older ones would only fill the memory of a stream
     // that finds no quiet moment for a renewal.
     while (noise_que_.size() >= NOISE_QUE_SIZE) {

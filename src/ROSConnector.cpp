@@ -54,7 +54,7 @@ bool ROSConnector::getPlaySoundState() const {
 // A block leaves the queue only when it was written.
 void ROSConnector::writeData() {
     while (!send_que_.empty()) {
-        const std::vector<char>& block = send_que_.front();
+        const ReceiveData& block = send_que_.front();
         write(block.data(), static_cast<unsigned>(block.size()));
         send_que_.pop_front();
     }

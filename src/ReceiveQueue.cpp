@@ -1,22 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "ReceiveQueue.h"
 
-namespace {
-
-constexpr size_t FIRST_SLOTS = 4;
-
-}  // namespace
-
-// Twice the slots, the oldest frame in the first one.
-void ReceiveQueue::grow() {
-    std::vector<ReceiveData> slots(capacity_ == 0 ? FIRST_SLOTS : 2 * capacity_);
+void ReceiveQueue::moveTo(size_t slots) {
+    std::vector<ReceiveData> moved(slots);
     for (size_t i = 0; i < size_; ++i)
-        slots[i].swap((*this)[i]);
-    slots_.swap(slots);
-    capacity_ = slots_.size();
+        moved[i].swap((*this)[i]);
+    slots_.swap(moved);
+    capacity_ = slots;
     first_ = 0;
-}
-
-void ReceiveQueue::giveBack() {
-    *this = {};
 }

@@ -12,16 +12,19 @@ using ReceiveData = std::vector<char>;  // one frame, or bytes as they came from
 // The queue in which frames wait between two stages: push at the back, take from the front.
 //
 // A ring of slots that keep their memory, so that a steady stream takes none from the heap: a frame
-// that is moved in trades places with what its slot held, and a frame that is taken by trade()
-// leaves the caller's memory behind. Only a queue that was long gives its slots back once empty.
+// that is moved in changes places with what its slot held, and one that is taken by trade() leaves
+// the caller's memory in its slot. A backlog's slots are given back as it gets shorter. When a push
+// runs out of memory, the queue stays as it was.
 class ReceiveQueue {
   public:
     ReceiveQueue() = default;
-    ReceiveQueue(const ReceiveQueue&) = default;
-    ReceiveQueue& operator=(const ReceiveQueue&) = default;
+    ReceiveQueue(const ReceiveQueue&) = delete;
+    ReceiveQueue& operator=(const ReceiveQueue&) = delete;
+    // Leave the other queue empty.
     ReceiveQueue(ReceiveQueue&& other) noexcept { swap(other); }
     ReceiveQueue& operator=(ReceiveQueue&& other) noexcept {
-        ReceiveQueue(std::move(other)).swap(*this);
+        ReceiveQueue moved(std::move(other));
+        swap(moved);
         return *this;
     }
     ~ReceiveQueue() = default;
@@ -32,34 +35,46 @@ class ReceiveQueue {
     // The oldest frame. The queue must not be empty.
     ReceiveData& front() { return slots_[first_]; }
     const ReceiveData& front() const { return slots_[first_]; }
-    // Counted from the oldest. Throws std::out_of_range.
+    // Counted from the oldest, 0 to size() - 1.
+    ReceiveData& operator[](size_t index) { return slots_[slotOf(index)]; }
+    const ReceiveData& operator[](size_t index) const { return slots_[slotOf(index)]; }
+    // The same; throws std::out_of_range for any other index.
     const ReceiveData& at(size_t index) const {
         if (index >= size_)
             throw std::out_of_range("ReceiveQueue::at");
         return (*this)[index];
     }
-    const ReceiveData& operator[](size_t index) const { return slots_[slotOf(index)]; }
-    ReceiveData& operator[](size_t index) { return slots_[slotOf(index)]; }
 
-    // frame: not one of this queue. Moved in, it holds memory of an earlier frame afterwards.
-    void push_back(const ReceiveData& frame) { addSlot() = frame; }
-    void push_back(ReceiveData&& frame) { addSlot().swap(frame); }
+    // frame: not one of this queue. One that is moved in holds bytes of no meaning afterwards.
+    void push_back(const ReceiveData& frame) {
+        freeSlot() = frame;
+        ++size_;
+    }
+    void push_back(ReceiveData&& frame) {
+        freeSlot().swap(frame);
+        ++size_;
+    }
     // The bytes from begin up to end.
-    void emplace_back(const char* begin, const char* end) { addSlot().assign(begin, end); }
+    void emplace_back(const char* begin, const char* end) {
+        freeSlot().assign(begin, end);
+        ++size_;
+    }
     // Drops the oldest frame. The queue must not be empty.
     void pop_front() {
         first_ = slotOf(1);
-        if (--size_ == 0)
-            shrink();
+        --size_;
+        if (capacity_ > KEPT_SLOTS && size_ < capacity_ / 4)
+            moveTo(capacity_ / 2);
     }
-    // Takes the oldest frame for frame, whose memory stays here. The queue must not be empty.
+    // Swaps the oldest frame with frame and drops it. The queue must not be empty.
     void trade(ReceiveData& frame) {
         front().swap(frame);
         pop_front();
     }
     void clear() {
         size_ = 0;
-        shrink();
+        if (capacity_ > KEPT_SLOTS)
+            moveTo(KEPT_SLOTS);
     }
     void swap(ReceiveQueue& other) noexcept {
         slots_.swap(other.slots_);
@@ -68,44 +83,41 @@ class ReceiveQueue {
         std::swap(size_, other.size_);
     }
 
-    template <typename Queue>
     class Iterator {
       public:
-        Iterator(Queue& queue, size_t index) : queue_(queue), index_(index) {}
-        auto& operator*() const { return queue_[index_]; }
-        Iterator& operator++() { return ++index_, *this; }
+        Iterator(ReceiveQueue& queue, size_t index) : queue_(queue), index_(index) {}
+        ReceiveData& operator*() const { return queue_[index_]; }
+        Iterator& operator++() {
+            ++index_;
+            return *this;
+        }
         bool operator!=(const Iterator& other) const { return index_ != other.index_; }
 
       private:
-        Queue& queue_;
+        ReceiveQueue& queue_;
         size_t index_;
     };
-    auto begin() { return Iterator<ReceiveQueue>(*this, 0); }
-    auto end() { return Iterator<ReceiveQueue>(*this, size_); }
-    auto begin() const { return Iterator<const ReceiveQueue>(*this, 0); }
-    auto end() const { return Iterator<const ReceiveQueue>(*this, size_); }
+    Iterator begin() { return {*this, 0}; }
+    Iterator end() { return {*this, size_}; }
 
   private:
-    static constexpr size_t KEPT_SLOTS = 128;  // that an empty queue keeps at most
+    static constexpr size_t FIRST_SLOTS = 4;
+    static constexpr size_t KEPT_SLOTS = 128;  // never given back
 
     size_t slotOf(size_t index) const { return (first_ + index) & (capacity_ - 1); }
 
-    ReceiveData& addSlot() {
+    // The one behind the newest frame.
+    ReceiveData& freeSlot() {
         if (size_ == capacity_)
-            grow();
-        return slots_[slotOf(size_++)];
+            moveTo(capacity_ == 0 ? FIRST_SLOTS : 2 * capacity_);
+        return slots_[slotOf(size_)];
     }
 
-    void shrink() {
-        if (capacity_ > KEPT_SLOTS)
-            giveBack();
-    }
-
-    void grow();
-    void giveBack();
+    // Takes so many slots, at least as many as there are frames, in place of those that there are.
+    void moveTo(size_t slots);
 
     std::vector<ReceiveData> slots_;
-    size_t capacity_ = 0;  // slots: none, or a power of two
+    size_t capacity_ = 0;  // of slots_, which would count them by a division: 0 or a power of two
     size_t first_ = 0;     // the slot of the oldest frame
     size_t size_ = 0;      // frames
 };

@@ -6,7 +6,6 @@
 #include <iterator>
 #include <utility>
 
-#include "BinaryUtil.h"
 #include "log.h"
 
 namespace {
@@ -42,11 +41,11 @@ constexpr size_t COMMAND_EXTRA = 2;
 // Bytes between the digits of a DATA header and its payload; never looked at.
 constexpr size_t DATA_TERMINATOR = 2;
 
-// The buffer is made for a whole DATA block at once, and for what the last read may bring behind
-// its payload, so that it need not be moved while it grows. That of a block of more than 16 MB
-// grows with what comes: to announce 4 GB costs a client nothing.
+// The buffer is made for a whole DATA block at once, and for the read that may come with its last
+// byte, so that it need not be moved while it fills. Beyond 16 MB it grows with what comes: to
+// announce 4 GB costs a client nothing.
 constexpr size_t RESERVE_LIMIT = 16 << 20;
-constexpr size_t BEHIND_PAYLOAD = 1100;
+constexpr size_t LAST_READ = 1024;
 
 // Frames kept at most: ten minutes of audio. Nothing takes them while the link is up.
 constexpr size_t SEND_QUE_LIMIT = 60000;
@@ -115,7 +114,8 @@ void SoundClientProcessor::process() {
         recv_data_.resize(DATA_KEYWORD);
     if (data_header_.phase == DataHeader::COMPLETE)
         recv_data_.reserve(
-            std::min(data_header_.offset + data_header_.length + BEHIND_PAYLOAD, RESERVE_LIMIT));
+            std::min(data_header_.offset + DATA_TERMINATOR + data_header_.length + LAST_READ,
+                     RESERVE_LIMIT));
 }
 
 bool SoundClientProcessor::takeBlock(Unread& unread) {
@@ -281,8 +281,7 @@ void SoundClientProcessor::addReceiveData(const ReceiveData& data) {
 bool SoundClientProcessor::getSendData(ReceiveData& data) {
     if (send_que_.empty())
         return false;
-    data = std::move(send_que_.front());
-    send_que_.pop_front();
+    send_que_.trade(data);
     return true;
 }
 
@@ -316,6 +315,7 @@ void SoundClientProcessor::addDataFrames(std::string_view data) {
         addFrame(FRAME_DATA, data.substr(0, framesync::MMSE_DATA_SIZE));
 }
 
+// payload: at most 320 bytes.
 void SoundClientProcessor::addFrame(int32_t type, std::string_view payload) {
     ReceiveData frame(framesync::MMSE_FRAME_SIZE);
     std::memcpy(frame.data(), &type, framesync::HEADER_SIZE);

@@ -81,7 +81,7 @@ class MMSEAppControllerTest : public HermeticTest {
         return uniformSample(controller_.createAverageNoise());
     }
 
-    static int uniformSample(const ReceiveQueue& frames) {
+    static int uniformSample(ReceiveQueue frames) {
         std::set<int> found;
         for (const ReceiveData& frame : frames) {
             EXPECT_EQ(frame.size(), 324u);
@@ -266,8 +266,8 @@ TEST_F(MMSEAppControllerTest, ABlockIsFilledAcrossAnUtterance) {
     examine(FRAME_END);
     examine(FRAME_DATA, 5, 3);
     const ReceiveQueue noise = controller_.createAverageNoise();
-    EXPECT_EQ(sampleOf(noise.at(4)), 1);
-    EXPECT_EQ(sampleOf(noise.at(5)), 3);
+    EXPECT_EQ(sampleOf(noise[4]), 1);
+    EXPECT_EQ(sampleOf(noise[5]), 3);
 }
 
 TEST_F(MMSEAppControllerTest, TheBufferIsQuietOnlyWithTenFrames) {
@@ -431,8 +431,8 @@ TEST_F(MMSEAppControllerTest, TheAverageIsTakenPositionByPosition) {
     for (int frame = 0; frame < 10; ++frame)
         controller_.addNoiseData(audioFrame(FRAME_DATA, 3 * frame, -3 * frame));
     const ReceiveQueue noise = controller_.createAverageNoise();
-    EXPECT_EQ(noise.at(7), audioFrame(FRAME_DATA, 14, -14));
-    EXPECT_EQ(noise.at(1), audioFrame(FRAME_DATA, 2, -2));
+    EXPECT_EQ(noise[7], audioFrame(FRAME_DATA, 14, -14));
+    EXPECT_EQ(noise[1], audioFrame(FRAME_DATA, 2, -2));
 }
 
 TEST_F(MMSEAppControllerTest, TheHeadersOfNoiseFramesAreNotLookedAt) {
