@@ -102,6 +102,10 @@ class Output2FILE {
 class FILELog : public Log<Output2FILE> {
   public:
     ~FILELog() override = default;
+
+    static bool reports(TLogLevel level) {
+        return level <= ReportingLevel() && Output2FILE::Stream();
+    }
 };
 
 // Gives both branches of LOG_AT the type void; '&' binds weaker than '<<'.
@@ -110,10 +114,7 @@ struct LogStatement {
 };
 
 // NOLINTBEGIN(bugprone-macro-parentheses): the operands of << follow it
-#define LOG_AT(level)                                               \
-    ((level) > FILELog::ReportingLevel() || !Output2FILE::Stream()) \
-        ? (void)0                                                   \
-        : LogStatement() & FILELog().Get(level)
+#define LOG_AT(level) !FILELog::reports(level) ? (void)0 : LogStatement() & FILELog().Get(level)
 // NOLINTEND(bugprone-macro-parentheses)
 
 #endif

@@ -32,7 +32,7 @@ MUTANTS = [
     ("FrameCounter.cpp", '" tof:"', '" eof:"'),
     # Log and command line.
     ("log.h", "level - logDEBUG)", "level - logINFO)"),
-    ("log.h", "(level) > FILELog", "(level) >= FILELog"),
+    ("log.h", "level <= ReportingLevel()", "level < ReportingLevel()"),
     ("log.h", "%s.%03ld", "%s.%ld"),
     ("cmdline.h", "error != std::errc() || stop != end", "error != std::errc()"),
     ("cmdline.h", "GAP = 4;", "GAP = 3;"),

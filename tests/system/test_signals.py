@@ -153,6 +153,7 @@ class Special(State):
         self.signal_bridge(signal.SIGINT)
         self.expect_end("status 0")
 
+    @unittest.skipUnless(REAL_ENGINE.exists(), "the default engine is not built")
     def test_default_engines_end_with_a_killed_bridge(self):
         self.start_client()
         self.start_bridge(engine=REAL_ENGINE, settings=(BUILD / "mmse.ini", BUILD / "vad.ini"))

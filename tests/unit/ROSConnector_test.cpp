@@ -325,4 +325,13 @@ TEST_F(ROSConnectorTest, ReadReturnsTheCountAndZeroAtTheEnd) {
     EXPECT_EQ(connector_.read(buffer, sizeof(buffer), 0), 0);
 }
 
+TEST_F(ROSConnectorTest, SaysNothingAboveTheReportingLevel) {
+    const LogCapture quiet(logERROR);
+    processing("play_sound_on\n");
+    EXPECT_TRUE(playing());
+    processing("play_sound_off\n");
+    EXPECT_FALSE(playing());
+    EXPECT_EQ(quiet.text(), "");
+}
+
 }  // namespace

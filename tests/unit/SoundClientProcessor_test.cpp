@@ -245,4 +245,15 @@ TEST_F(SoundClientProcessorTest, BytesWithoutKeywordStay) {
     EXPECT_TRUE(bytesAreLeft());
 }
 
+TEST_F(SoundClientProcessorTest, SaysNothingAboveTheReportingLevel) {
+    const LogCapture quiet(logERROR);
+    receive(command("BEGIN") + "DATA 2\n\nxx" + command("END") + command("CANCEL"));
+    EXPECT_THAT(types(), ElementsAre(9, 1, 0, 2, 10, 2, 10));
+    receive(command("EPD_OFF"));
+    EXPECT_FALSE(parser_.getEpdState());
+    receive(command("EPD_ON"));
+    EXPECT_TRUE(parser_.getEpdState());
+    EXPECT_EQ(quiet.text(), "");
+}
+
 }  // namespace

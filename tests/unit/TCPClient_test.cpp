@@ -305,4 +305,26 @@ TEST_F(TCPClientTest, TheDestructorDisconnects) {
     EXPECT_TRUE(peer_.seesEnd());
 }
 
+TEST_F(TCPClientTest, SaysNothingAboveTheReportingLevel) {
+    const LogCapture quiet(logERROR);
+    faults::failNext(Call::Socket, EMFILE);
+    EXPECT_EQ(client_.connect("127.0.0.1", listener_.port()), -2);
+    EXPECT_EQ(send("text"), -2);
+    const auto before = openDescriptors();
+    faults::failNext(Call::Connect, ECONNREFUSED);
+    EXPECT_EQ(client_.connect("127.0.0.1", listener_.port()), -2);
+    closeOpenedSince(before);
+    connect();
+    EXPECT_EQ(send(""), -1);
+    faults::failNext(Call::Select, EBADF);
+    EXPECT_EQ(receive(0), -7);
+    peer_.send("text");
+    faults::failNext(Call::Read, EIO);
+    EXPECT_EQ(receive(10000), -5);
+    faults::failNext(Call::Close, EIO);
+    EXPECT_EQ(client_.disconnect(), -3);
+    EXPECT_EQ(quiet.text(), "");
+    EXPECT_TRUE(logged().empty());
+}
+
 }  // namespace

@@ -347,4 +347,24 @@ TEST_F(TCPServerTest, AFailedReadIsMinusFiveWithTheSystemText) {
     EXPECT_EQ(logged(), line(withSystemText("DEBUG: Receive data failed. error : ", ECONNRESET)));
 }
 
+TEST_F(TCPServerTest, SaysNothingAboveTheReportingLevel) {
+    const LogCapture quiet(logERROR);
+    faults::failNext(Call::Socket, EMFILE);
+    EXPECT_EQ(server_.connect(port_), -2);
+    faults::answerNext(Call::Select, 0);
+    EXPECT_EQ(server_.connect(port_), -7);
+    connect();
+    faults::failNext(Call::Write, EIO);
+    EXPECT_EQ(send("text"), -4);
+    faults::failNext(Call::Select, EBADF);
+    EXPECT_EQ(receive(0), -7);
+    peer_.send("text");
+    faults::failNext(Call::Read, EIO);
+    EXPECT_EQ(receive(10000), -5);
+    faults::failNext(Call::Close, EIO);
+    EXPECT_EQ(server_.disconnect(), -3);
+    EXPECT_EQ(quiet.text(), "");
+    EXPECT_TRUE(logged().empty());
+}
+
 }  // namespace
