@@ -8,13 +8,14 @@ import subprocess
 
 def results(programs, smoke):
     """Benchmarks by name: the least CPU time of several repetitions, in nanoseconds, and counters.
-    None when they were not built."""
+    Repetitions take turns, so that all meet the same machine. None when they were not built."""
     if not os.access(programs.micro, os.X_OK):
         return None
     done = subprocess.run(
         [programs.micro, "--benchmark_format=json",
          f"--benchmark_min_time={0.01 if smoke else 0.05}",
-         f"--benchmark_repetitions={1 if smoke else 7}"]
+         f"--benchmark_repetitions={1 if smoke else 7}",
+         "--benchmark_enable_random_interleaving=true"]
         + (["--benchmark_filter=-parse.*/8"] if smoke else []),
         capture_output=True, text=True, check=True)
     scale = {"ns": 1, "us": 1e3, "ms": 1e6}
