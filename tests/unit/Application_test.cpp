@@ -287,7 +287,7 @@ TEST_F(ApplicationTest, WhatDoesNotComeIsSilenceAmidAStreamToo) {
         }
     });
     EXPECT_THROW(app_->run(), ROSConnectorError);
-    EXPECT_NE(engines_.mmse.frames().find("0:257 9:77"), std::string::npos);
+    EXPECT_NE(engines_.mmse.frames().find(" 9:77"), std::string::npos) << engines_.mmse.frames();
 }
 
 TEST_F(ApplicationTest, AShortReadIsUsedAsAWholeBlock) {
