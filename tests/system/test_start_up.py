@@ -6,7 +6,7 @@ import subprocess
 import tempfile
 import unittest
 
-from story import BOUND, BRIDGE
+from story import BOUND, BRIDGE, BUILD
 
 HELP = """usage: {} [options] ... 
 options:
@@ -22,10 +22,10 @@ options:
 
 
 class StartUp(unittest.TestCase):
-    def run_bridge(self, *arguments: str, cwd=None) -> str:
+    def run_bridge(self, *arguments: str, cwd=None, program=BRIDGE) -> str:
         """Runs it to its end and returns its standard error."""
         done = subprocess.run(
-            [str(BRIDGE), *arguments], cwd=cwd, capture_output=True, timeout=BOUND, text=True
+            [str(program), *arguments], cwd=cwd, capture_output=True, timeout=BOUND, text=True
         )
         self.assertEqual((done.returncode, done.stdout), (0, ""))
         return done.stderr
@@ -50,6 +50,12 @@ class StartUp(unittest.TestCase):
     def test_log_level_is_a_lower_case_word(self):
         for word in ("DEBUG", "error", "", "info "):
             self.assertEqual(self.run_bridge("-l", word), "Invalid log level.\n")
+
+    def test_no_start_without_its_signal_handler(self):
+        program = BUILD / "tests" / "program_without_signals"
+        said = self.run_bridge(program=program)
+        self.assertRegex(said, r"^- [\d:.]{12} ERROR: Signal handler register failed\.\n$")
+        self.assertEqual(self.run_bridge("-l", "none", program=program), "Invalid log level.\n")
 
     def test_bridge_refuses_to_be_its_own_engine(self):
         with tempfile.TemporaryDirectory() as folder:
