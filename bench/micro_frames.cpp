@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Cases: packing of a value and of 160 samples; one 324-byte frame through the frame builder in
-// both directions, reused and new for each frame; the same through the reference
-// reading; a look at the header alone. Input: one numbered frame, made once.
+// both directions, reused and new for each frame; the same through the reference reading; a look
+// at the header alone. Input: one numbered frame, made once.
 #include <benchmark/benchmark.h>
 
 #include "BenchFrame.h"

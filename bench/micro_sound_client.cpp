@@ -16,7 +16,7 @@ constexpr int64_t MEGABYTE = 1 << 20;
 constexpr size_t READ = 1024;
 
 // Memory that was freed stays with the process. Otherwise the kernel's pages, zeroed anew for each
-// run, cost as much as the parser, and more on a machine whose memory others use too.
+// run, cost twice as much as the parser, and more on a machine whose memory others use too.
 void keepFreedMemory() {
     mallopt(M_MMAP_THRESHOLD, 32 << 20);
     mallopt(M_TRIM_THRESHOLD, 1 << 30);

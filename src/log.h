@@ -103,6 +103,7 @@ class FILELog : public Log<Output2FILE> {
   public:
     ~FILELog() override = default;
 
+    // Whether a statement of this level prints.
     static bool reports(TLogLevel level) {
         return level <= ReportingLevel() && Output2FILE::Stream();
     }

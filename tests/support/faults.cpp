@@ -70,7 +70,7 @@ State& state() {
 // valgrind handles the signals of what it runs, so one that comes between fork and exec goes down
 // with it, and the engine lives on. Waits, under tests/memcheck only, until the child is an engine
 // or has ended.
-void leaveMemcheck(pid_t child) {
+void awaitEngineUnderMemcheck(pid_t child) {
     if (!std::getenv("TOLVANEV_MEMCHECK"))
         return;
     const std::string link = "/proc/" + std::to_string(child) + "/exe";
@@ -197,7 +197,7 @@ int __wrap_dup2(int from, int to) {
 }
 
 int __wrap_kill(pid_t pid, int signal) {
-    faults::leaveMemcheck(pid);
+    faults::awaitEngineUnderMemcheck(pid);
     return through(Call::Kill, ANY_FD, [&] { return __real_kill(pid, signal); });
 }
 

@@ -119,7 +119,8 @@ class Special(State):
     def ended_without_engines(self) -> bool:
         """Kills every engine; not what the leak checker starts when the bridge exits."""
         for pid in members(self.node.bridge.pid()):
-            with contextlib.suppress(OSError):  # it has just ended by itself
+            # It may just have ended by itself.
+            with contextlib.suppress(FileNotFoundError, ProcessLookupError):
                 if os.path.samefile(f"/proc/{pid}/exe", SCRIPTED_ENGINE):
                     os.kill(pid, signal.SIGKILL)
         return not self.node.bridge.running()

@@ -275,8 +275,8 @@ TEST_F(ApplicationTest, WhatDoesNotComeIsSilenceAmidAStreamToo) {
     inEachPass([&] {
         returned_ += voice_.arrived();
         results_ += node_.output();
-        if (framesIn(results_) >= 60 &&
-            !cut) {  // by then every slot of the queues has held a frame
+        // By then every slot of the queues has held a frame.
+        if (framesIn(results_) >= 60 && !cut) {
             voice_.send(textOf(audioFrame(FRAME_TOF, 77)).substr(0, 5));
             cut = true;
         } else if (!cut && sent_ < static_cast<int>(framesIn(returned_)) + AHEAD) {
