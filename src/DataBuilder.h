@@ -31,8 +31,8 @@ class FrameSyncBuilder : public BuilderInterface {
     // data: not this builder's own bytes; size: of the whole frame, header included. Always true.
     bool build(const char* data, unsigned int size, int from, int to) override;
     int getHeader();
-    // The payload's values, read from the built bytes by each call; a later build changes
-    // them only with the next call.
+    // The payload's values, read from the built bytes by each call; a later build changes them only
+    // with the next call.
     const std::vector<T>& getData();
     // The frame as bytes, least significant byte first.
     const ByteArray& getBuildData() override;

@@ -131,7 +131,7 @@ TEST(ReceiveQueue, CopiesLeaveTheirMemoryToo) {
     }
     ReceiveData frame;
     queue.push_back(std::move(frame));
-    EXPECT_GE(frame.capacity(), 324u);  // NOLINT(bugprone-use-after-move): that is the point
+    EXPECT_GE(frame.capacity(), 324u);
 }
 
 // How many of the next frames find memory.
@@ -140,7 +140,7 @@ int slotsWithMemory(ReceiveQueue& queue, int frames) {
     for (int i = 0; i < frames; ++i) {
         ReceiveData frame;
         queue.push_back(std::move(frame));
-        found += frame.capacity() >= 324 ? 1 : 0;  // NOLINT(bugprone-use-after-move): as above
+        found += frame.capacity() >= 324 ? 1 : 0;
     }
     return found;
 }
@@ -209,12 +209,12 @@ TEST(ReceiveQueue, IsMovedAsAWhole) {
     fill(queue, 1, 6);
     queue.pop_front();
     ReceiveQueue moved = std::move(queue);
-    EXPECT_TRUE(queue.empty());  // NOLINT(bugprone-use-after-move): that is the point
-    fill(queue, 7, 8);           // as usable as a new one
+    EXPECT_TRUE(queue.empty());
+    fill(queue, 7, 8);  // as usable as a new one
     EXPECT_EQ(moved.size(), 5u);
     moved = std::move(queue);
     EXPECT_EQ(drained(moved), numbers(7, 8));
-    EXPECT_TRUE(queue.empty());  // NOLINT(bugprone-use-after-move): as above
+    EXPECT_TRUE(queue.empty());
 }
 
 // Both queues go on where the other one was.
