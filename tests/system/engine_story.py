@@ -1,0 +1,105 @@
+# SPDX-License-Identifier: MIT
+"""What the stories of the engine program share: frames, synthetic sound, the program to run.
+
+TOLVANEV_BUILD names the build directory with tolvanev-engine, mmse.ini and vad.ini.
+"""
+
+import math
+import os
+import random
+import select
+import struct
+import subprocess
+
+BUILD = os.environ.get("TOLVANEV_BUILD", "build/debug")
+ENGINE = os.path.join(BUILD, "tolvanev-engine")
+MMSE = os.path.join(BUILD, "mmse.ini")
+VAD = os.path.join(BUILD, "vad.ini")
+
+DATA, START, END, TOF, EOF = 0, 1, 2, 9, 10
+SAMPLES = 160  # 10 ms at 16 kHz
+IN_SIZE = 324
+VAD_SIZE = 104
+TIMEOUT_S = 20  # generous: the machine may be busy
+
+
+def frame(kind, samples=None):
+    return struct.pack("<i160h", kind, *(samples or [0] * SAMPLES))
+
+
+def noise(frames, level=300, seed=1):
+    chance = random.Random(seed)
+    return [frame(DATA, [int(chance.gauss(0, level)) for _ in range(SAMPLES)])
+            for _ in range(frames)]
+
+
+def voice(frames, level=6000):
+    """A buzz at 120 Hz with formants and a syllable rhythm: enough of a voice for the detector."""
+    out = []
+    for index in range(frames):
+        samples = []
+        for n in range(index * SAMPLES, (index + 1) * SAMPLES):
+            t = n / 16000
+            syllable = 0.6 + 0.4 * math.sin(2 * math.pi * 4 * t)
+            buzz = sum(math.sin(2 * math.pi * 120 * h * t) /
+                       (1 + abs(h - 5) * abs(h - 12) / 8) for h in range(1, 25))
+            samples.append(int(level * syllable * buzz / 4))
+        out.append(frame(DATA, samples))
+    return out
+
+
+def split(data, size):
+    """Cuts the output into (type, rest) pairs."""
+    assert len(data) % size == 0, len(data)
+    return [(struct.unpack_from("<i", data, at)[0], data[at + 4:at + size])
+            for at in range(0, len(data), size)]
+
+
+def run(settings, data):
+    return subprocess.run([ENGINE, settings], input=data, capture_output=True, timeout=TIMEOUT_S)
+
+
+def answers(settings, frames):
+    result = run(settings, b"".join(frames))
+    assert result.returncode == 0, result.stderr
+    return split(result.stdout, IN_SIZE if settings == MMSE else VAD_SIZE)
+
+
+def kinds(pairs):
+    return [kind for kind, _ in pairs]
+
+
+def level_db(pairs):
+    """RMS level of answered audio in dB re 1."""
+    values = [s for kind, rest in pairs if kind == DATA for s in struct.unpack("<160h", rest)]
+    return 10 * math.log10(sum(v * v for v in values) / len(values) + 1e-9)
+
+
+class Running:
+    """An engine whose pipes the test holds."""
+
+    def __init__(self, settings, **more):
+        self.process = subprocess.Popen([ENGINE, settings], stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                        bufsize=0, **more)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        for pipe in (self.process.stdin, self.process.stdout, self.process.stderr):
+            pipe.close()
+
+    def read(self, size):
+        """Waits for `size` bytes; returns them and the sizes in which they came."""
+        data, sizes = b"", []
+        while len(data) < size:
+            ready, _, _ = select.select([self.process.stdout], [], [], TIMEOUT_S)
+            assert ready, "no answer"
+            part = os.read(self.process.stdout.fileno(), 65536)
+            assert part, "output closed"
+            data += part
+            sizes.append(len(part))
+        return data, sizes
