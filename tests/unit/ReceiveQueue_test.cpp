@@ -3,11 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
 #include "frames.h"
+#include "no_memory.h"
 
 namespace {
 
@@ -157,14 +159,62 @@ TEST(ReceiveQueue, KeepsTheMemoryOfAShortBacklog) {
 }
 
 TEST(ReceiveQueue, GivesTheMemoryOfALongBacklogBackAsItGetsShorter) {
+    for (const bool from_front : {true, false}) {
+        ReceiveQueue queue;
+        fill(queue, 1, 16384);  // as many as it then has slots
+        while (queue.size() > 200)
+            from_front ? queue.pop_front() : queue.pop_back();
+        EXPECT_EQ(queue.front(), numbered(from_front ? 16185 : 1));
+        EXPECT_EQ(slotsWithMemory(queue, 1000), 0);
+        queue.clear();
+        EXPECT_EQ(slotsWithMemory(queue, 1000), 0);
+    }
+}
+
+// With its slots all memory of the backlog is gone: the next frame needs some for its first slots.
+TEST(ReceiveQueue, GivesTheSlotsOfALongBacklogBackWhenItIsEmpty) {
     ReceiveQueue queue;
-    fill(queue, 1, 16384);  // as many as it then has slots
-    while (queue.size() > 200)
+    fill(queue, 1, 129);
+    drained(queue);
+    ReceiveData frame;
+    const NoMemory none;
+    EXPECT_THROW(queue.push_back(std::move(frame)), std::bad_alloc);
+}
+
+TEST(ReceiveQueue, TakingAndEmptyingNeedNoMemory) {
+    ReceiveQueue queue;
+    fill(queue, 1, 1000);
+    ReceiveQueue other;
+    fill(other, 1, 1000);
+    ReceiveData taken;
+    const NoMemory none;
+    while (queue.size() > 300)
         queue.pop_front();
-    EXPECT_EQ(queue.front(), numbered(16185));
-    EXPECT_LT(slotsWithMemory(queue, 1000), 100);
+    while (queue.size() > 200)
+        queue.pop_back();
+    while (queue.size() > 100)
+        queue.trade(taken);
     queue.clear();
-    EXPECT_EQ(slotsWithMemory(queue, 1000), 0);
+    other.swap(queue);
+    ReceiveQueue moved = std::move(queue);
+    moved.clear();
+    EXPECT_EQ(none.asked(), 0);
+}
+
+TEST(ReceiveQueue, StaysAsItWasWhenAPushRunsOutOfMemory) {
+    ReceiveQueue queue;
+    fill(queue, 1, 4);  // as many as it has slots
+    ReceiveData frame = numbered(5);
+    {
+        const NoMemory none;
+        EXPECT_THROW(queue.push_back(frame), std::bad_alloc);
+        EXPECT_THROW(queue.push_back(std::move(frame)), std::bad_alloc);
+        EXPECT_THROW(queue.push_front(frame), std::bad_alloc);
+        EXPECT_THROW(queue.push_front(std::move(frame)), std::bad_alloc);
+        EXPECT_THROW(queue.emplace_back(frame.data(), frame.data() + 4), std::bad_alloc);
+    }
+    EXPECT_EQ(frame, numbered(5));
+    EXPECT_EQ(drained(queue), numbers(1, 4));
 }
 
 TEST(ReceiveQueue, IsUsableAfterClear) {
