@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <new>
 #include <stdexcept>
 
@@ -12,6 +13,11 @@ namespace {
 void requireHeader(unsigned int size) {
     if (size < framesync::HEADER_SIZE)
         throw std::bad_alloc();
+}
+
+bool holds(const ByteArray& bytes, const char* place) {
+    return std::less_equal<>()(bytes.data(), place) &&
+           std::less<>()(place, bytes.data() + bytes.size());
 }
 
 // The 44 bytes in front of the samples. The target stores numbers least significant byte first,
@@ -44,11 +50,18 @@ bool FrameSyncBuilder<T>::build(const char* data, unsigned int size, int from, i
     const unsigned int payload = size - framesync::HEADER_SIZE;
     binary::detail::requireWholeElements(static_cast<int>(payload), sizeof(T));
 
+    ByteArray own;  // the input, if it is ours and would change under the copy
+    if (holds(build_array_, data)) {
+        own.assign(data, data + size);
+        data = own.data();
+    }
     build_array_.resize(size);
     std::memcpy(build_array_.data(), &header_, framesync::HEADER_SIZE);
     binary::detail::copyElements<binary::detail::Bits<T>>(
         build_array_.data() + framesync::HEADER_SIZE, data + framesync::HEADER_SIZE,
         payload / sizeof(T), from, to);
+    if (data_wanted_)
+        unpackData();
     return true;
 }
 
@@ -68,11 +81,19 @@ int FrameSyncBuilder<T>::getHeader() {
 
 template <typename T>
 const std::vector<T>& FrameSyncBuilder<T>::getData() {
+    if (!data_wanted_) {
+        data_wanted_ = true;
+        unpackData();
+    }
+    return data_;
+}
+
+template <typename T>
+void FrameSyncBuilder<T>::unpackData() {
     const size_t payload = build_array_.empty() ? 0 : build_array_.size() - framesync::HEADER_SIZE;
     data_.resize(payload / sizeof(T));
     if (payload > 0)
         std::memcpy(data_.data(), build_array_.data() + framesync::HEADER_SIZE, payload);
-    return data_;
 }
 
 template <typename T>

@@ -28,11 +28,11 @@ class FrameSyncBuilder : public BuilderInterface {
   public:
     FrameSyncBuilder() = default;
 
-    // data: not this builder's own bytes; size: of the whole frame, header included. Always true.
+    // data may be bytes of the last build; size: of the whole frame, header included. Always true.
     bool build(const char* data, unsigned int size, int from, int to) override;
     int getHeader();
-    // The payload's values, read from the built bytes by each call; a later build changes them only
-    // with the next call.
+    // The payload's values. This reference and the next one show the last build, also a later one.
+    // Values are only made from the first call on: most frames are never asked for theirs.
     const std::vector<T>& getData();
     // The frame as bytes, least significant byte first.
     const ByteArray& getBuildData() override;
@@ -44,7 +44,10 @@ class FrameSyncBuilder : public BuilderInterface {
   private:
     int from_ = binary::LITTLE;
     int to_ = binary::LITTLE;
+    void unpackData();
+
     int header_ = 0;
+    bool data_wanted_ = false;  // getData was called: data_ follows each build
     std::vector<T> data_;
     ByteArray build_array_;
 };

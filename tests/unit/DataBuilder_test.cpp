@@ -146,6 +146,51 @@ TEST_F(FrameSyncBuilderTest, ALaterBuildReplacesTheEarlierOne) {
     EXPECT_EQ(audio_.getBuildData(), frameWith(2, "ab"));
 }
 
+// Whoever keeps a reference sees each later build through it.
+TEST_F(FrameSyncBuilderTest, ReferencesShowTheLastBuild) {
+    const std::vector<short>& data = audio_.getData();
+    const ByteArray& bytes = audio_.getBuildData();
+    EXPECT_TRUE(data.empty());
+    build(audio_, frameWith(1, "abcd"));
+    EXPECT_EQ(data, (std::vector<short>{0x6261, 0x6463}));
+    EXPECT_EQ(bytes, frameWith(1, "abcd"));
+    build(audio_, frameWith(2, "ef"), LITTLE, BIG);
+    EXPECT_EQ(data, std::vector<short>{0x6566});
+    build(audio_, frameWith(2, ""));
+    EXPECT_TRUE(data.empty());
+    EXPECT_EQ(bytes, frameWith(2, ""));
+}
+
+TEST_F(FrameSyncBuilderTest, AFailedBuildLeavesTheData) {
+    build(audio_, frameWith(1, "abcd"));
+    const std::vector<short>& data = audio_.getData();
+    const ByteArray odd = frameWith(1, "abc");
+    EXPECT_THROW(audio_.build(odd.data(), static_cast<unsigned>(odd.size()), LITTLE, LITTLE),
+                 std::invalid_argument);
+    EXPECT_EQ(data, (std::vector<short>{0x6261, 0x6463}));
+}
+
+TEST_F(FrameSyncBuilderTest, BuildsFromItsOwnBytes) {
+    build(audio_, frameWith(1, "abcdefgh"));
+    const ByteArray& own = audio_.getBuildData();
+    audio_.build(own.data(), static_cast<unsigned>(own.size()), LITTLE, BIG);
+    EXPECT_EQ(own, bytesOf(std::string("\0\0\0\1badcfehg", 12)));
+    audio_.build(own.data() + 4, 8, LITTLE, LITTLE);  // a part: the first payload is the header
+    EXPECT_EQ(audio_.getHeader(), 0x63646162);
+    EXPECT_EQ(own, bytesOf("badcfehg"));
+    audio_.build(own.data() + 2, 6, LITTLE, BIG);
+    EXPECT_EQ(own, bytesOf("efcdgh"));
+    EXPECT_EQ(audio_.getData(), std::vector<short>{0x6867});
+}
+
+TEST_F(FrameSyncBuilderTest, BuildsFromItsOwnData) {
+    build(audio_, frameWith(1, "abcdefgh"));
+    const std::vector<short>& data = audio_.getData();
+    audio_.build(reinterpret_cast<const char*>(data.data()), 8, LITTLE, LITTLE);
+    EXPECT_EQ(audio_.getBuildData(), bytesOf("abcdefgh"));
+    EXPECT_EQ(data, (std::vector<short>{0x6665, 0x6867}));
+}
+
 TEST_F(FrameSyncBuilderTest, FailsToAllocateForLessThanAHeader) {
     const ByteArray frame = makeFrame(1);
     for (unsigned int size = 0; size < 4; ++size)
