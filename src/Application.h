@@ -40,9 +40,6 @@ class Application {
 
   private:
     using AppControllerPtr = std::shared_ptr<MMSEAppController>;
-    using VoiceServerPtr = std::shared_ptr<VoiceServer>;
-    using SoundClientPtr = std::shared_ptr<SoundClient>;
-    using ROSConnectorPtr = std::shared_ptr<ROSConnector>;
 
     void launchEngines();
     void connectPeers();

@@ -2,6 +2,7 @@
 #ifndef TOLVANEV_ROSCONNECTOR_H
 #define TOLVANEV_ROSCONNECTOR_H
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -53,5 +54,7 @@ class ROSConnector {
     ReceiveData recv_data_;  // bytes of this pass, NUL padding included
     bool play_sound_state_ = false;
 };
+
+using ROSConnectorPtr = std::shared_ptr<ROSConnector>;
 
 #endif

@@ -52,4 +52,6 @@ class SoundClient {
     std::shared_ptr<SoundClientProcessor> processor_;
 };
 
+using SoundClientPtr = std::shared_ptr<SoundClient>;
+
 #endif

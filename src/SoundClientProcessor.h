@@ -10,10 +10,12 @@
 
 #include "common.h"
 
-// Declared for the link above, which catches it; the parser throws none.
+// what() is "[SoundClientProcessorError] " and the message. Declared for the link above, which
+// catches it; the parser throws none.
 class SoundClientProcessorError : public std::runtime_error {
   public:
-    explicit SoundClientProcessorError(const std::string& message) : std::runtime_error(message) {}
+    explicit SoundClientProcessorError(const std::string& message)
+        : std::runtime_error("[SoundClientProcessorError] " + message) {}
 };
 
 // The parser of the sound client's byte stream: finds command and DATA blocks by their keywords,

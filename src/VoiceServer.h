@@ -42,4 +42,6 @@ class VoiceServer {
     std::shared_ptr<TCPServer> data_connector_;
 };
 
+using VoiceServerPtr = std::shared_ptr<VoiceServer>;
+
 #endif

@@ -102,20 +102,18 @@ class Output2FILE {
 class FILELog : public Log<Output2FILE> {
   public:
     ~FILELog() override = default;
-
-    // Whether a statement of this level prints.
-    static bool reports(TLogLevel level) {
-        return level <= ReportingLevel() && Output2FILE::Stream();
-    }
 };
 
-// Gives both branches of LOG_AT the type void; '&' binds weaker than '<<'.
 struct LogStatement {
+    static bool prints(TLogLevel level) {
+        return level <= FILELog::ReportingLevel() && Output2FILE::Stream();
+    }
+    // Gives both branches of LOG_AT the type void; '&' binds weaker than '<<'.
     void operator&(const std::ostream&) const {}
 };
 
 // NOLINTBEGIN(bugprone-macro-parentheses): the operands of << follow it
-#define LOG_AT(level) !FILELog::reports(level) ? (void)0 : LogStatement() & FILELog().Get(level)
+#define LOG_AT(level) !LogStatement::prints(level) ? (void)0 : LogStatement() & FILELog().Get(level)
 // NOLINTEND(bugprone-macro-parentheses)
 
 #endif

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <memory>
 #include <string>
 #include <type_traits>
 
@@ -14,6 +15,11 @@
 #include "hermetic_test.h"
 
 namespace {
+
+static_assert(std::is_same_v<ApplicationPtr, std::shared_ptr<Application>>);
+static_assert(std::is_same_v<VoiceServerPtr, std::shared_ptr<VoiceServer>>);
+static_assert(std::is_same_v<SoundClientPtr, std::shared_ptr<SoundClient>>);
+static_assert(std::is_same_v<ROSConnectorPtr, std::shared_ptr<ROSConnector>>);
 
 using faults::Call;
 

@@ -21,6 +21,10 @@ class SoundClientProcessorTest : public SoundClientFixture {};
 static_assert(std::has_virtual_destructor_v<SoundClientProcessor>);
 static_assert(std::is_base_of_v<std::runtime_error, SoundClientProcessorError>);
 
+TEST(SoundClientProcessorErrorTest, CarriesItsTag) {
+    EXPECT_STREQ(SoundClientProcessorError("text").what(), "[SoundClientProcessorError] text");
+}
+
 TEST_F(SoundClientProcessorTest, BeginsWithEpdOnAndWithoutFrames) {
     EXPECT_TRUE(parser_.getEpdState());
     EXPECT_THAT(frames(), IsEmpty());

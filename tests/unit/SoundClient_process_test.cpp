@@ -82,10 +82,10 @@ TEST_F(SoundClientTest, AnErrorOfTheParserIsAnUnknownException) {
     EXPECT_EQ(errorOfProcess(), "[SoundClientError] Unknown Exception.");
 }
 
-TEST_F(SoundClientTest, ASoundClientProcessorErrorKeepsItsText) {
+TEST_F(SoundClientTest, ASoundClientProcessorErrorKeepsItsTagAndText) {
     connect();
     faults::afterNext(Call::Select, [] { throw SoundClientProcessorError("text"); });
-    EXPECT_EQ(errorOfProcess(), "[SoundClientError] text");
+    EXPECT_EQ(errorOfProcess(), "[SoundClientError] [SoundClientProcessorError] text");
 }
 
 // The play-sound state.

@@ -40,6 +40,7 @@ static_assert(logDEBUG1 == 4 && logDEBUG2 == 5 && logDEBUG3 == 6 && logDEBUG4 ==
 static_assert(!std::is_copy_constructible_v<FILELog> && !std::is_copy_assignable_v<FILELog>);
 static_assert(std::is_base_of_v<Log<Output2FILE>, FILELog>);
 static_assert(std::has_virtual_destructor_v<FILELog>);
+static_assert(sizeof(FILELog) == sizeof(Log<Output2FILE>));
 
 TEST(LogStatement, PrintsOneLineWithStampAndLevel) {
     const FakeClock clock(AFTERNOON, 45000);
