@@ -18,10 +18,23 @@ namespace {
 // and must not trap the loop.
 constexpr unsigned int VAD_DRAIN_LIMIT = 640;
 
-// VAD frames that wait to be lined up at most: ten minutes. A living engine answers each frame with
-// one and never comes near; a dead one "delivers" empty frames without end. Newer frames are
-// dropped beyond it while reading goes on.
-constexpr size_t VAD_BACKLOG_LIMIT = 60000;
+// Frames of one stream that wait to be lined up at most: ten minutes. An engine that answers each
+// frame with one never comes near. One that reads and never answers lets the frames wait that it
+// was given: the oldest are dropped. A dead one "delivers" empty frames without end: its newest are
+// dropped, while reading goes on.
+constexpr size_t BACKLOG_LIMIT = 60000;
+
+// Whether an engine's frame answers one that it was given; START and END come on top.
+bool isAnswer(int type) {
+    return type == FRAME_DATA || type == FRAME_TOF || type == FRAME_EOF;
+}
+
+void warnOnce(bool& said, const char* text) {
+    if (said)
+        return;
+    said = true;
+    LOG_AT(logWARNING) << text;
+}
 
 // Takes the oldest frame of a queue; false, frame untouched, when it is empty.
 bool takeFront(ReceiveQueue& queue, ReceiveData& frame) {
@@ -112,8 +125,23 @@ void AppController::writeMMSEData() {
     if (server_data_que_.empty())
         return;
     const ReceiveData& frame = server_data_que_.front();
-    if (mmse_connector_->write(frame.data(), static_cast<unsigned int>(frame.size())) == 0)
-        passOn(server_data_que_, server_result_que_);
+    if (mmse_connector_->write(frame.data(), static_cast<unsigned int>(frame.size())) != 0)
+        return;
+    passOn(server_data_que_, server_result_que_);
+    if (server_result_que_.size() > BACKLOG_LIMIT)
+        dropUnanswered();
+}
+
+// An input frame goes together with its answers, whether they are here already or come later; else
+// all later frames would be paired with the wrong ones.
+void AppController::dropUnanswered() {
+    warnOnce(unanswered_, "an engine does not answer. the oldest frames are dropped.");
+    server_result_que_.pop_front();
+    if (mmse_result_que_.empty())
+        ++mmse_overdue_;
+    else
+        mmse_result_que_.pop_front();
+    ++vad_overdue_;
 }
 
 void AppController::readMMSEData() {
@@ -124,12 +152,21 @@ void AppController::readMMSEData() {
         return;
     mmse_data_que_.push_back(mmse_frame_);
     const int header = counter.count(mmse_frame_);
-    if (header == FRAME_DATA || header == FRAME_TOF || header == FRAME_EOF)
-        mmse_result_que_.push_back(std::move(mmse_frame_));
+    if (isAnswer(header))
+        keepMMSEAnswer();
     if (header == FRAME_EOF) {
         LOG_AT(logDEBUG) << "mmse:: " << counter.str();
         counter.reset();
     }
+}
+
+void AppController::keepMMSEAnswer() {
+    if (mmse_overdue_ > 0)
+        --mmse_overdue_;
+    else if (mmse_result_que_.size() < BACKLOG_LIMIT)
+        mmse_result_que_.push_back(std::move(mmse_frame_));
+    else
+        warnOnce(mmse_ahead_, "mmse engine runs ahead. its newest frames are dropped.");
 }
 
 void AppController::writeVADData() {
@@ -146,18 +183,21 @@ void AppController::readVADData() {
     for (unsigned int i = 0; i < VAD_DRAIN_LIMIT; ++i) {
         if (vad_connector_->read(frame, framesync::VAD_FRAME_SIZE, 0) != 0)
             return;
-        if (vad_result_que_.size() < VAD_BACKLOG_LIMIT) {
+        if (vad_result_que_.size() < BACKLOG_LIMIT)
             vad_result_que_.emplace_back(frame, frame + framesync::VAD_FRAME_SIZE);
-        } else if (!vad_backlog_full_) {
-            vad_backlog_full_ = true;
-            LOG_AT(logWARNING) << "vad engine runs ahead. its newest frames are dropped.";
-        }
+        else
+            warnOnce(vad_ahead_, "vad engine runs ahead. its newest frames are dropped.");
     }
 }
 
 void AppController::createResultData() {
     while (!mmse_result_que_.empty() && !vad_result_que_.empty() && !server_result_que_.empty()) {
         const int vad = typeOfFront<float>(vad_result_que_);
+        if (vad_overdue_ > 0 && isAnswer(vad)) {
+            vad_result_que_.pop_front();
+            --vad_overdue_;
+            continue;
+        }
         const int mmse = typeOfFront<short>(mmse_result_que_);
         const int server = typeOfFront<short>(server_result_que_);
         if (ReceiveQueue* const stream = streamShortOfTOF(vad, mmse, server)) {
@@ -226,7 +266,8 @@ void AppController::clearData() {
     server_result_que_.clear();
     mmse_process_que_.clear();
     server_process_que_.clear();
-    vad_backlog_full_ = false;
+    mmse_overdue_ = vad_overdue_ = 0;
+    unanswered_ = mmse_ahead_ = vad_ahead_ = false;
 }
 
 bool AppController::finalize() {

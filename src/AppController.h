@@ -2,6 +2,7 @@
 #ifndef TOLVANEV_APPCONTROLLER_H
 #define TOLVANEV_APPCONTROLLER_H
 
+#include <cstddef>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -23,6 +24,7 @@ class AppControllerError : public std::runtime_error {
 // start and end markers. Owned and called by MMSEAppController.
 //
 // process never waits for an engine's output; it does wait while an engine's input pipe is full.
+// Of each stream at most ten minutes wait for the others; see docs/architecture.md for what goes.
 // Failures are AppControllerError. The alignment rules are a table in docs/architecture.md.
 class AppController {
   public:
@@ -66,6 +68,8 @@ class AppController {
 
   private:
     void launchEngine(AppConnectorPtr& connector, const char* name, const std::string& setting);
+    void dropUnanswered();
+    void keepMMSEAnswer();
     ReceiveQueue* streamShortOfTOF(int vad, int mmse, int server);
     void addMarker(const ReceiveData& vad_frame);
 
@@ -83,9 +87,13 @@ class AppController {
     std::string app_dir_;              // path of the engine executable
     std::string mmse_setting_;
     std::string vad_setting_;
-    bool open_flag_ = false;         // both engines were launched
-    bool frame_state_ = false;       // set by initialize, never read
-    bool vad_backlog_full_ = false;  // said once that VAD frames are being dropped
+    bool open_flag_ = false;    // both engines were launched
+    bool frame_state_ = false;  // set by initialize, never read
+    size_t mmse_overdue_ = 0;   // answers to dropped frames, still to come and to be dropped
+    size_t vad_overdue_ = 0;
+    bool unanswered_ = false;  // these three: said once that frames are being dropped
+    bool mmse_ahead_ = false;
+    bool vad_ahead_ = false;
 };
 
 #endif

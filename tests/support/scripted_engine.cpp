@@ -9,6 +9,8 @@
 //     silent             answer nothing
 //     exit_after N       end after N input frames; 0: at once
 //     stall_after N      after N input frames neither read nor write, but stay alive
+//     late N             answer the first N frames when all of them have come
+//     unlogged           log nothing from here on: for very many frames
 //     slow MS            take so many milliseconds for each answer
 //     extra N            N more frames, with first sample 0, behind each answer
 //     cut N              send answers in two parts: N bytes, the rest when those have been read
@@ -44,6 +46,7 @@ struct Script {
     bool ignore_end = false;
     long exit_after = -1;
     long stall_after = -1;
+    size_t late = 0;
     long slow = 0;
     long extra = 0;
     size_t cut = 0;  // 0: answers are not cut
@@ -78,6 +81,10 @@ Script readScript(const char* path) {
             words >> script.exit_after;
         else if (directive == "stall_after")
             words >> script.stall_after;
+        else if (directive == "unlogged")
+            script.log.clear();
+        else if (directive == "late")
+            words >> script.late;
         else if (directive == "slow")
             words >> script.slow;
         else if (directive == "extra")
@@ -114,7 +121,7 @@ class Engine {
                 live();
             if (!receive(frame))
                 break;
-            answer(frame);
+            answerInTime(frame);
         }
         log("end");
         if (script_.ignore_end)
@@ -136,6 +143,17 @@ class Engine {
             have += static_cast<size_t>(count);
         }
         return true;
+    }
+
+    void answerInTime(const char* frame) {
+        if (script_.late == 0)
+            return answer(frame);
+        held_.emplace_back(frame, AUDIO_FRAME);
+        if (held_.size() < script_.late)
+            return;
+        script_.late = 0;
+        for (const std::string& each : held_)
+            answer(each.data());
     }
 
     void answer(const char* frame) {
@@ -209,6 +227,7 @@ class Engine {
 
     Script script_;
     long data_frames_ = 0;
+    std::vector<std::string> held_;  // frames that wait for their late answers
 };
 
 }  // namespace
