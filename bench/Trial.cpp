@@ -121,11 +121,17 @@ void Trial::pace() {
     settle();
 }
 
-// Waits until the program has read all frames. Those that its delay line holds stay there.
+// Whether the program is done with all frames: it has read them, and those that its delay line
+// holds stay there. One without a delay line may have read them into a buffer of its own, and has
+// to return them.
+bool Trial::isSettled() const {
+    return unreadBytes(peers_.voicePort()) == 0 && (!plan_.plain || returned_.last() == sent_);
+}
+
 void Trial::settle() {
-    for (auto waited = SETTLE_STEP; unreadBytes(peers_.voicePort()) > 0; waited += SETTLE_STEP) {
+    for (auto waited = SETTLE_STEP; !isSettled(); waited += SETTLE_STEP) {
         if (waited.count() > SILENCE_MS)
-            throw std::runtime_error("the program does not read");
+            throw std::runtime_error("the program does not take or return all frames");
         exchange(0);
         std::this_thread::sleep_for(SETTLE_STEP);
     }

@@ -46,6 +46,7 @@ class Trial {
     void pace();
     uint32_t roomInWindow() const;
     void noteRenewals();
+    bool isSettled() const;
     void settle();
     void send(uint32_t count);
     bool exchange(int timeout_ms);
