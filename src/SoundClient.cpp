@@ -23,6 +23,7 @@ int SoundClient::connect(const std::string& ip_addr, uint16_t port) {
 }
 
 int SoundClient::disconnect() {
+    // Kept: EPD is on again, connected or not.
     processor_->initialize();
     if (!is_connect_)
         return 0;
@@ -55,7 +56,7 @@ void SoundClient::process() {
         char buffer[1024];
         const int count = read(buffer, sizeof(buffer), 0);
         if (count == 0)
-            return;
+            return;  // Kept: a sound client that has closed is not noticed.
         processor_->addReceiveData(ReceiveData(buffer, buffer + count));
         processor_->process();
     } catch (const SoundClientProcessorError& error) {

@@ -48,7 +48,8 @@ int TCPServer::connect(uint32_t port) {
     auto* const peer = reinterpret_cast<sockaddr*>(&address);
     socket_fd_ = interruptible([&] { return accept(server_fd_, peer, &size); });
     if (socket_fd_ == -1)
-        return -2;
+        return -2;  // Kept: a failed accept has no message.
+    // Kept: the listening socket stays open; a second peer connects and is never served.
     is_connect_ = true;
     return 0;
 }
@@ -123,6 +124,8 @@ int TCPServer::receive(char* data, uint32_t size, uint32_t timeout) {
         LOG_AT(logDEBUG) << "Receive data failed. error : " << systemErrorText(error);
         return -5;
     }
+    // Kept: 0 when the peer has closed, as when nothing came; the next send ends the process by
+    // SIGPIPE.
     return static_cast<int>(count);
 }
 

@@ -30,6 +30,8 @@ int VoiceServer::read(char* data, uint32_t size, uint32_t timeout) {
     const int count = data_connector_->receive(data, size, timeout);
     if (count < 0)
         throw VoiceServerError("Data connector read failed.");
+    // Kept: 0 at once, each time, when the voice server has closed its side: passes of silence
+    // without a pause.
     return count;
 }
 
@@ -39,6 +41,7 @@ int VoiceServer::write(const char* data, uint32_t size) {
     const int count = data_connector_->send(data, size);
     if (count < 0)
         throw VoiceServerError("Data connector write failed.");
+    // Kept: a short write is only told; the rest of the frame is never sent.
     return count;
 }
 
