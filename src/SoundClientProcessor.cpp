@@ -59,6 +59,7 @@ bool isDigit(char byte) {
 }
 
 // The earliest keyword at or behind from, its offset in pos; null, pos untouched, without one.
+// Kept: inside words too, as the END of "SEND".
 const Keyword* findKeyword(std::string_view bytes, size_t from, size_t& pos) {
     for (size_t i = bytes.find_first_of(FIRST_LETTERS, from); i != std::string_view::npos;
          i = bytes.find_first_of(FIRST_LETTERS, i + 1)) {
@@ -126,8 +127,10 @@ bool SoundClientProcessor::takeBlock(Unread& unread) {
         unread.searched = unread.bytes.size() - std::min(unread.bytes.size(), LONGEST_KEYWORD - 1);
         return false;
     }
+    // Kept: bytes ahead of a keyword are dropped with its block.
     unread.searched = pos;
     if (keyword->header == DATA) {
+        // Kept: said at every attempt, also while the block is not complete.
         LOG_AT(logDEBUG) << "receive sound client packet : data.";
         return takeDataBlock(unread, pos);
     }
@@ -166,6 +169,7 @@ bool SoundClientProcessor::takeDataBlock(Unread& unread, size_t data_pos) {
 
 // Kept: a command is acted on as soon as its keyword is there. If the bytes behind it have not
 // arrived, everything received is dropped with it.
+// Kept: BEGIN gives TOF ahead of START, END and CANCEL give END ahead of EOF.
 void SoundClientProcessor::takeCommand(Unread& unread, size_t data_pos, int32_t header) {
     switch (header) {
         case END:
@@ -204,6 +208,7 @@ void SoundClientProcessor::takeCommand(Unread& unread, size_t data_pos, int32_t 
 
 void SoundClientProcessor::skipCommand(Unread& unread, size_t data_pos,
                                        std::string_view reference) {
+    // Kept: any bytes behind the keyword are skipped; they are not looked at.
     const size_t block_size = unread.bytes.substr(data_pos).size();
     consume(unread, data_pos + std::min(reference.size() + COMMAND_EXTRA, block_size));
 }
