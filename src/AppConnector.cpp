@@ -78,6 +78,8 @@ void AppConnector::runChild(const std::string& app, const std::string& arg) {
     _exit(0);
 }
 
+// Kept: a write to an engine that has ended raises SIGPIPE, which ends the whole process.
+// Kept: a short write is a success; the rest of the frame is never sent.
 int AppConnector::write(const char* block, unsigned int size) {
     if (interruptible([&] { return ::write(parent_to_child_[WRITE_END], block, size); }) == -1)
         fail("Pipe write failed. error : ", errno);

@@ -152,6 +152,7 @@ void AppController::readMMSEData() {
         return;
     mmse_data_que_.push_back(mmse_frame_);
     const int header = counter.count(mmse_frame_);
+    // Kept: START and END of the MMSE engine reach the VAD engine, but not the results.
     if (isAnswer(header))
         keepMMSEAnswer();
     if (header == FRAME_EOF) {
@@ -213,6 +214,7 @@ void AppController::createResultData() {
                 break;
             case FRAME_START:
             case FRAME_END:
+                // Kept: a marker takes no other frame with it than its own.
                 addMarker(vad_result_que_.front());
                 break;
             default:
@@ -224,6 +226,7 @@ void AppController::createResultData() {
 
 // A stream that shows a TOF waits there until the other two show one as well. Returns the stream
 // whose oldest frame has to go for that, or null when the three fronts belong together.
+// Kept: what stands ahead of a TOF in the other streams is lost, the VAD's START and END included.
 ReceiveQueue* AppController::streamShortOfTOF(int vad, int mmse, int server) {
     if (vad == FRAME_TOF) {
         if (server != FRAME_TOF)

@@ -11,7 +11,7 @@
 #include "common.h"
 
 // what() is "[AppcontrollerError] " and the message.
-// Kept: lower-case c, as the operators' log filters expect it.
+// Kept: the tag has a lower-case c.
 class AppControllerError : public std::runtime_error {
   public:
     explicit AppControllerError(const std::string& message)
