@@ -62,6 +62,7 @@ bool MMSEAppController::getServerData(ReceiveData& data) {
 }
 
 void MMSEAppController::clearProcessData() {
+    // Kept: these frames are neither watched nor counted; an END among them is missed.
     app_->clearProcessData();
 }
 
@@ -106,14 +107,15 @@ void MMSEAppController::addVADData(const ReceiveData& data) {
             // Kept: negative types are shown unsigned, -1 as 4294967295.
             throw AppControllerError("Invalid header type : " + std::to_string(header));
     }
+    // Kept: a 500th frame that does not find the stream quiet is not made up for.
     if (frame_count_ % NOISE_MODEL_RENEW_FREQ == 0 && header_state_ != FRAME_START &&
         checkBufferFrame()) {
-        LOG_AT(logINFO) << "renew noize model.";
+        LOG_AT(logINFO) << "renew noize model.";  // Kept: the spelling "noize".
         renewNoiseModel();
     }
 }
 
-// Kept: the name, although nothing is sent from this buffer.
+// Despite the name: nothing is sent from this buffer.
 void MMSEAppController::addSendData(const ReceiveData& data) {
     if (send_buffer_.size() == NOISE_FRAME_SIZE)
         send_buffer_.pop_front();
@@ -151,8 +153,9 @@ void MMSEAppController::addNoiseData(const ReceiveData& data) {
     }
 }
 
-// Ten frames of typical background: frame i is the mean of the i-th frames of the newest blocks,
-// sample by sample, and not a mean over time.
+// Ten frames of typical background.
+// Kept: frame i is the mean of the i-th frames of the newest blocks, sample by sample, and not a
+// mean over time.
 ReceiveQueue MMSEAppController::createAverageNoise() {
     constexpr size_t SAMPLES = framesync::MMSE_DATA_SIZE / sizeof(short);
     std::array<std::array<int64_t, SAMPLES>, NOISE_FRAME_SIZE> sums{};
@@ -172,7 +175,7 @@ ReceiveQueue MMSEAppController::createAverageNoise() {
 
     // Kept: the division is unsigned. A negative sum over one, two or four blocks only rounds down
     // instead of toward zero, but over three blocks it comes out as a large positive sample: -3
-    // gives 21844. The engines' priming has always been like that.
+    // gives 21844.
     const uint64_t blocks = noise_que_.empty() ? 1 : noise_que_.size();
     ReceiveQueue noise;
     for (const auto& row : sums) {
@@ -190,6 +193,7 @@ ReceiveQueue MMSEAppController::createAverageNoise() {
 
 // Kept: the live frames in the delay line, nine at most, are discarded; no engine ever sees them.
 void MMSEAppController::renewNoiseModel() {
+    // Kept: the spelling "bufffer".
     LOG_AT(logDEBUG) << "clear bufffer size:" << send_que_.size();
     send_que_.clear();
     send_que_.push_back(createNullFrame(FRAME_EOF));
