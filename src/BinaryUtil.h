@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Numbers to bytes and back. Byte-order rule: `from` equal to `to` copies a value in the host's own
 // order, which on our target is least significant byte first; `from` different from `to` reverses
-// its bytes. Which of the two is BIG makes no difference, and the host's order is never asked for.
+// its bytes.
+// Kept: which of the two is BIG makes no difference, and the host's order is never asked for.
 //
 // Elements have 1, 2, 4 or 8 bytes; a float travels as its IEEE 754 bit pattern. Every failure is
 // a std::invalid_argument, checked in this order: null pointer, byte orders, size.

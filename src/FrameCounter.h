@@ -12,7 +12,7 @@ class FrameCounter {
   public:
     // Counts the frame by its 4-byte little-endian header; returns the header.
     int count(const std::vector<char>& frame);
-    // Kept: `unknown` keeps growing across resets.
+    // Kept: the count of unknown types keeps growing across resets.
     void reset();
     // "data:120 start:1 end:1 tof:1 eof:1 unknown:0".
     // Kept: this order is not the order of the fields.

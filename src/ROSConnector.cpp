@@ -69,6 +69,7 @@ void ROSConnector::readData() {
         throw ROSConnectorError("ROS connector read failed.");
     // Kept: the whole buffer is taken. The NUL bytes behind the last byte read are no white space
     // and stick to a word that the node did not end with some, which then means nothing.
+    // Kept: a full read has no NUL bytes; a word that ends with it is obeyed as it stands.
     recv_data_.insert(recv_data_.end(), buffer, buffer + READ_SIZE);
 }
 
@@ -94,6 +95,7 @@ void ROSConnector::applyWord(const std::string& word) {
 }
 
 int ROSConnector::write(const char* buf, unsigned size) {
+    // Kept: a short write is a success; the rest of the block is never written.
     if (interruptible([&] { return ::write(fileno(stdout), buf, size); }) == -1)
         fail("Stdout write failed. error : ", errno);
     fflush(stdout);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// From the command line to one running Application. Every path the program takes itself ends with
-// status 0; what each message means is a table in README.md.
+// From the command line to one running Application. README.md tells what each message means.
+// Kept: every end that the program chooses itself has status 0.
 #include <signal.h>
 #include <sys/stat.h>
 
@@ -33,13 +33,14 @@ using LogLevelMap = std::map<std::string, int>;
 
 void declareOptions(cmdline::parser& options) {
     options.add("help", 'h', "print help");
-    // Kept: 172.0.0.1 is not the loopback address; start scripts name theirs.
+    // Kept: 172.0.0.1 is not the loopback address.
     options.add<std::string>("ipaddr", 'i', "voice server ip addr", false, "172.0.0.1");
     options.add<std::string>("mmse", 'm', "mmse setting file", false, "./Tolvanev.mmse.ini");
     options.add<std::string>("vad", 'v', "vad setting file", false, "./Tolvanev.vad.ini");
+    // Kept: the spelling "Tolvane", and a program that is called a dir.
     options.add<std::string>("binary", 'b', "Tolvane binary dir", false, "./Tolvanev");
     options.add<std::string>("log_level", 'l', "loglevel (err, warn, info, debug)", false, "info");
-    // Kept: both ports speak of a voice server; client_port is the sound client's.
+    // Kept: both ports speak of a voice server; client_port is the sound client's, as is ipaddr.
     options.add<uint16_t>("client_port", 'c', "voice server client port", false, 5002);
     options.add<uint16_t>("server_port", 's', "voice server server port", false, 16001);
 }
