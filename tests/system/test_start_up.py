@@ -21,6 +21,10 @@ options:
 """
 
 
+# The bridge's own main, in front of an application that tells what it was given.
+TELLING = BUILD / "tests" / "program_that_tells_its_options"
+
+
 class StartUp(unittest.TestCase):
     def run_bridge(self, *arguments: str, cwd=None, program=BRIDGE) -> str:
         """Runs it to its end and returns its standard error."""
@@ -29,6 +33,14 @@ class StartUp(unittest.TestCase):
         )
         self.assertEqual((done.returncode, done.stdout), (0, ""))
         return done.stderr
+
+    def told(self, *arguments: str) -> str:
+        """What the application is given for a command line."""
+        done = subprocess.run(
+            [str(TELLING), *arguments], capture_output=True, timeout=BOUND, text=True
+        )
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        return done.stdout
 
     def test_help_is_complete(self):
         self.assertEqual(self.run_bridge("-h"), HELP.format(BRIDGE))
@@ -46,6 +58,22 @@ class StartUp(unittest.TestCase):
             "option needs value: --binary\n"
         )
         self.assertEqual(said, errors + HELP.format(BRIDGE))
+
+    def test_defaults_reach_the_application(self):
+        expected = (
+            "engine ./Tolvanev, mmse ./Tolvanev.mmse.ini, vad ./Tolvanev.vad.ini, "
+            "sound client 172.0.0.1:5002, voice server 16001, log INFO\n"
+        )
+        self.assertEqual(self.told(), expected)
+
+    def test_options_reach_the_application(self):
+        expected = "engine e, mmse m, vad v, sound client 10.0.0.1:1, voice server 2, log DEBUG\n"
+        short = ["-b", "e", "-m", "m", "-v", "v", "-i", "10.0.0.1"]
+        short += ["-c", "1", "-s", "2", "-l", "debug"]
+        self.assertEqual(self.told(*short), expected)
+        long = ["--binary=e", "--mmse=m", "--vad", "v", "--ipaddr", "10.0.0.1"]
+        long += ["--client_port=1", "--server_port=2", "--log_level", "debug"]
+        self.assertEqual(self.told(*long), expected)
 
     def test_log_level_is_a_lower_case_word(self):
         for word in ("DEBUG", "error", "", "info "):
