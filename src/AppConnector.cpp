@@ -44,6 +44,7 @@ bool AppConnector::initialize() {
 void AppConnector::launch(const std::string& app, const std::string& arg) {
     if (open_flag_)
         finalize();
+    heedInterrupt();  // no engine starts that would have to be stopped at once
     if (pipe(parent_to_child_) == -1)
         fail("Parent to child pipe create failed. error : ", errno);
     // Kept: when the second pipe fails, the first one stays open.
@@ -92,7 +93,7 @@ int AppConnector::read(char* block, unsigned int size, unsigned int timeout) {
         fail("Pipe select failed. error : ", errno);
     if (ready == 0)
         return 1;
-    if (::read(child_to_parent_[READ_END], block, size) == -1)
+    if (interruptible([&] { return ::read(child_to_parent_[READ_END], block, size); }) == -1)
         fail("Pipe read failed. error : ", errno);
     return 0;
 }
@@ -102,12 +103,13 @@ bool AppConnector::finalize() {
         if (kill(child_pid_, SIGTERM) == -1)
             fail("Kill child process failed. error : ", errno);
         // Not interruptible: an interrupt would finalize too, and perhaps signal a child that is
-        // collected by then.
+        // collected by then. It acts as soon as this engine is done with.
         if (waitpid(child_pid_, nullptr, 0) == -1)
             fail("Wait Pid failed. error : ", errno);
         closeEnd(child_to_parent_[READ_END]);
         closeEnd(parent_to_child_[WRITE_END]);
         open_flag_ = false;
+        heedInterrupt();
         return true;
     }
     if (process_type_ != CHILD)

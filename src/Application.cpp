@@ -15,6 +15,11 @@ namespace {
 constexpr uint32_t READ_TIMEOUT_MS = 100;  // of the voice server, in each pass
 constexpr unsigned int RECONNECT_PAUSE_S = 5;
 
+// A message for the operators. Waits while nobody reads standard error and its pipe is full.
+void tell(const std::string& text) {
+    interruptible([&] { std::cerr << text << std::flush; });
+}
+
 }  // namespace
 
 Application::~Application() {
@@ -57,13 +62,13 @@ bool Application::run() {
         } catch (const SoundClientError& error) {
             return endOnLostPeer(error);
         } catch (const AppControllerError& error) {
-            std::cerr << error.what() << std::endl;
+            tell(error.what() + std::string("\n"));
             throw;
         } catch (const ROSConnectorError& error) {
-            std::cerr << error.what() << std::endl;
+            tell(error.what() + std::string("\n"));
             throw;
         } catch (...) {
-            std::cerr << "[FATAL] Unknown Exception" << std::endl;
+            tell("[FATAL] Unknown Exception\n");
             throw;
         }
     }
@@ -74,7 +79,7 @@ void Application::launchEngines() {
         app_controller_->launch();
     } catch (const AppControllerError& error) {
         app_controller_->finalize();
-        std::cerr << "[FATAL] " << error.what() << std::endl;
+        tell("[FATAL] " + std::string(error.what()) + "\n");
         throw;
     }
 }
@@ -83,10 +88,10 @@ void Application::launchEngines() {
 void Application::connectPeers() {
     while (!voice_server_->isConnect() || !sound_client_->isConnect()) {
         try {
-            std::cerr << "Connecting to Server ... " << std::flush;
+            tell("Connecting to Server ... ");
             sound_client_->connect(server_ip_, recv_port_);
             voice_server_->connect(send_port_);
-            std::cerr << "[Connected]" << std::endl;
+            tell("[Connected]\n");
         } catch (const std::runtime_error&) {
             // The links have logged the cause; the peers may simply not be up yet.
             voice_server_->disconnect();
@@ -125,7 +130,7 @@ void Application::forwardResults() {
 
 // Kept: the bridge does not reconnect; whatever started it starts it again.
 bool Application::endOnLostPeer(const std::exception& error) {
-    std::cerr << error.what() << std::endl;
+    tell(error.what() + std::string("\n"));
     voice_server_->disconnect();
     sound_client_->disconnect();
     app_controller_->clearData();

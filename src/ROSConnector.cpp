@@ -109,7 +109,7 @@ int ROSConnector::read(char* buf, unsigned size, unsigned timeout) {
         fail("Stdout select failed. error : ", errno);
     if (ready == 0)
         return -1;
-    const ssize_t count = ::read(fileno(stdin), buf, size);
+    const ssize_t count = interruptible([&] { return ::read(fileno(stdin), buf, size); });
     if (count == -1)
         fail("Stdin read failed. error : ", errno);
     return static_cast<int>(count);

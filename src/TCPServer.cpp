@@ -118,7 +118,7 @@ int TCPServer::receive(char* data, uint32_t size, uint32_t timeout) {
     }
     if (ready == 0)
         return 0;
-    const ssize_t count = read(socket_fd_, data, size);
+    const ssize_t count = interruptible([&] { return read(socket_fd_, data, size); });
     if (count == -1) {
         const int error = errno;
         LOG_AT(logDEBUG) << "Receive data failed. error : " << systemErrorText(error);

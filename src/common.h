@@ -75,6 +75,11 @@ auto interruptible(Call call) {
     return call();
 }
 
+// Lets an interrupt act that has come since the last Wait.
+inline void heedInterrupt() {
+    const Wait wait;
+}
+
 // Waits until fd can be read, at most timeout_ms milliseconds; 0 polls.
 // Returns what select returns: 1 readable, 0 time-out, -1 failed with errno set. select cannot
 // watch a descriptor of FD_SETSIZE or above: a failed wait with EINVAL (EBADF for a negative one).

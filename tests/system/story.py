@@ -71,11 +71,12 @@ class Story(unittest.TestCase):
         return path
 
     def start_bridge(self, mmse=(), vad=(), engine=SCRIPTED_ENGINE, level="debug",
-                     settings=None, node_reads=True) -> None:  # fmt: skip
-        """Engines get scripts, or these settings files (mmse, vad) instead."""
+                     settings=None, node_reads=True, through=()) -> None:  # fmt: skip
+        """Engines get scripts, or these settings files (mmse, vad) instead. through: a command that
+        runs the one behind it."""
         mmse_file, vad_file = settings or (self.script("mmse", *mmse), self.script("vad", *vad))
         command = [
-            str(BRIDGE), "-i", "127.0.0.1", "-b", str(engine), "-l", level,
+            *through, str(BRIDGE), "-i", "127.0.0.1", "-b", str(engine), "-l", level,
             "-c", str(self.client_port), "-s", str(self.server_port),
             "-m", str(mmse_file), "-v", str(vad_file),
         ]  # fmt: skip

@@ -105,9 +105,10 @@ add_stories()
 
 class Special(State):
     def interrupt_renewal(self, role: str) -> None:
-        """It waits for the engine that it has told to end, and then ends itself. It may start new
-        engines before that, which ignore SIGTERM as well."""
+        """It waits for the engines that it has told to end, and then ends itself; no other engine
+        is started."""
         self.reach_renewal(role)
+        started = self.started()
         self.signal_bridge(signal.SIGINT)
         self.signal_bridge(signal.SIGINT)
         self.wait_for_standstill()
@@ -115,6 +116,14 @@ class Special(State):
         self.wait_for(self.ended_without_engines, "the bridge to end")
         self.expect_end("status 0")
         self.assertNotIn(TERMINATE, self.log())
+        self.assertEqual(self.started(), started)
+
+    def started(self) -> list[int]:
+        """How many engines have been started in each role."""
+        return [
+            sum(words[1] == "start" for words in self.engine_events(role))
+            for role in ("vad", "mmse")
+        ]
 
     def ended_without_engines(self) -> bool:
         """Kills every engine; not what the leak checker starts when the bridge exits."""

@@ -14,6 +14,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "interrupt_watch.h"
+
 namespace {
 
 using std::chrono::steady_clock;
@@ -135,56 +137,44 @@ TEST_F(WaitReadable, FailsOnADescriptorBeyondFdSetsize) {
     EXPECT_EQ(error, EINVAL);
 }
 
-// A signal whose handler asks whether it may act, as the one for SIGINT does.
 class WaitTest : public WaitReadable {
   protected:
-    void SetUp() override {
-        WaitReadable::SetUp();
-        asked_ = 0;
-        acted_ = 0;
-        struct sigaction action {};
-        action.sa_handler = [](int number) {
-            asked_ = asked_ + 1;
-            acted_ = acted_ + Wait::mayInterrupt(number);
-        };
-        ASSERT_EQ(sigaction(SIGALRM, &action, &old_action_), 0);
-    }
-    void TearDown() override {
-        interruptible([] { return 0; });  // no signal is left to the next test
-        sigaction(SIGALRM, &old_action_, nullptr);
-        WaitReadable::TearDown();
-    }
-
-    static inline volatile sig_atomic_t asked_ = 0;
-    static inline volatile sig_atomic_t acted_ = 0;
-    struct sigaction old_action_ {};
+    InterruptWatch watch_;
 };
 
 TEST_F(WaitTest, LetsASignalActWhileItStands) {
-    interruptible([] { return raise(SIGALRM); });
-    EXPECT_EQ(acted_, 1);
+    interruptible([] { return raise(SIGINT); });
+    EXPECT_EQ(watch_.acted(), 1);
 }
 
 TEST_F(WaitTest, LeavesASignalBetweenTwoWaitsToTheNextOne) {
-    raise(SIGALRM);
-    EXPECT_EQ(asked_, 1);
-    EXPECT_EQ(acted_, 0);
+    raise(SIGINT);
+    EXPECT_EQ(watch_.came(), 1);
+    EXPECT_EQ(watch_.acted(), 0);
     interruptible([] { return 0; });
-    EXPECT_EQ(acted_, 1);
+    EXPECT_EQ(watch_.acted(), 1);
 }
 
 TEST_F(WaitTest, RaisesALeftSignalOnce) {
-    raise(SIGALRM);
-    raise(SIGALRM);
+    raise(SIGINT);
+    raise(SIGINT);
     for (int i = 0; i < 3; ++i)
         interruptible([] { return 0; });
-    EXPECT_EQ(acted_, 1);
+    EXPECT_EQ(watch_.acted(), 1);
 }
 
 TEST_F(WaitTest, IsOverWhenItsCallHasReturned) {
     interruptible([] { return 0; });
-    raise(SIGALRM);
-    EXPECT_EQ(acted_, 0);
+    raise(SIGINT);
+    EXPECT_EQ(watch_.acted(), 0);
+}
+
+TEST_F(WaitTest, HeedingLetsALeftSignalActAndIsOver) {
+    raise(SIGINT);
+    heedInterrupt();
+    EXPECT_EQ(watch_.acted(), 1);
+    raise(SIGINT);
+    EXPECT_EQ(watch_.acted(), 1);
 }
 
 TEST_F(WaitTest, HandsOnResultAndErrorOfItsCall) {
@@ -194,11 +184,16 @@ TEST_F(WaitTest, HandsOnResultAndErrorOfItsCall) {
 
 // A bridge without audio stands in this wait nearly all the time.
 TEST_F(WaitTest, LetsASignalActInTheMiddleOfAWaitForBytes) {
+    struct sigaction old {};
+    struct sigaction interrupt {};
+    interrupt.sa_handler = [](int) { raise(SIGINT); };
+    ASSERT_EQ(sigaction(SIGALRM, &interrupt, &old), 0);
     const itimerval soon = {{0, 0}, {0, 20000}};
     ASSERT_EQ(setitimer(ITIMER_REAL, &soon, nullptr), 0);
     EXPECT_EQ(waitReadable(read_end_, 60000), -1);
     EXPECT_EQ(errno, EINTR);
-    EXPECT_EQ(acted_, 1);
+    EXPECT_EQ(watch_.acted(), 1);
+    sigaction(SIGALRM, &old, nullptr);
 }
 
 TEST(SystemErrorText, IsTheSystemsOwn) {
