@@ -18,8 +18,19 @@ ReceiveQueue& ReceiveQueue::operator=(const ReceiveQueue& other) {
     return *this;
 }
 
-std::vector<ReceiveData> ReceiveQueue::largerSlots() const {
-    return std::vector<ReceiveData>(capacity_ == 0 ? FIRST_SLOTS : 2 * capacity_);
+void ReceiveQueue::growBack(ReceiveData& frame) {
+    std::vector<ReceiveData> larger(largerCapacity());
+    larger[size_].swap(frame);
+    moveInto(larger);
+    ++size_;
+}
+
+void ReceiveQueue::growFront(ReceiveData& frame) {
+    std::vector<ReceiveData> larger(largerCapacity());
+    larger.back().swap(frame);
+    moveInto(larger);
+    first_ = capacity_ - 1;
+    ++size_;
 }
 
 void ReceiveQueue::moveInto(std::vector<ReceiveData>& slots) noexcept {
@@ -30,8 +41,11 @@ void ReceiveQueue::moveInto(std::vector<ReceiveData>& slots) noexcept {
     first_ = 0;
 }
 
-void ReceiveQueue::giveSlotsBack() noexcept {
-    std::vector<ReceiveData>().swap(slots_);
-    capacity_ = 0;
+// Moves and drops within the slots that are there, since there may be no memory for others.
+void ReceiveQueue::keepSlots(size_t slots) noexcept {
+    const auto first = std::next(slots_.begin(), static_cast<ptrdiff_t>(first_));
+    std::rotate(slots_.begin(), first, slots_.end());
+    slots_.resize(slots);
+    capacity_ = slots;
     first_ = 0;
 }

@@ -18,8 +18,8 @@ using ReceiveData = std::vector<char>;  // one frame, or bytes as they came from
 //
 // A ring of slots that keep their memory, so that a steady stream takes none from the heap: a frame
 // that is moved in changes places with what its slot held, and one that is taken by trade() leaves
-// the caller's memory in its slot. After a backlog of more than 128 frames each slot gives its
-// memory back as its frame is taken, and the queue its slots as it gets empty.
+// the caller's memory in its slot. A backlog of more than 128 frames gives its memory back as it
+// gets shorter, all but the 24 bytes of each slot.
 //
 // Taking and emptying never throw and need no memory. When putting a frame in runs out of memory,
 // the queue stays as it was. Iterators and references last until the next frame is put in or taken.
@@ -73,32 +73,38 @@ class ReceiveQueue {
     // Put a frame in behind the newest or ahead of the oldest. One that is moved in holds bytes of
     // no meaning afterwards.
     void push_back(const ReceiveData& frame) {
-        putBack([&](ReceiveData& slot) { slot = frame; });
+        if (isFull())
+            return push_back(ReceiveData(frame));
+        slots_[slotOf(size_)] = frame;
+        ++size_;
     }
     void push_back(ReceiveData&& frame) {
-        putBack([&](ReceiveData& slot) { slot.swap(frame); });
+        if (isFull()) [[unlikely]]
+            return growBack(frame);
+        slots_[slotOf(size_++)].swap(frame);
     }
-    void push_front(const ReceiveData& frame) {
-        putFront([&](ReceiveData& slot) { slot = frame; });
-    }
+    void push_front(const ReceiveData& frame) { push_front(ReceiveData(frame)); }
     void push_front(ReceiveData&& frame) {
-        putFront([&](ReceiveData& slot) { slot.swap(frame); });
+        if (isFull())
+            return growFront(frame);
+        first_ = slotOf(capacity_ - 1);
+        ++size_;
+        front().swap(frame);
     }
     // The bytes from begin up to end.
     void emplace_back(const char* begin, const char* end) {
-        putBack([&](ReceiveData& slot) { slot.assign(begin, end); });
+        if (isFull())
+            return push_back(ReceiveData(begin, end));
+        slots_[slotOf(size_)].assign(begin, end);
+        ++size_;
     }
 
     // Drop the oldest or the newest frame. The queue must not be empty.
     void pop_front() noexcept {
-        giveBack(front());
         first_ = slotOf(1);
         shorten();
     }
-    void pop_back() noexcept {
-        giveBack(back());
-        shorten();
-    }
+    void pop_back() noexcept { shorten(); }
     // Swaps the oldest frame with frame and drops it. The queue must not be empty.
     void trade(ReceiveData& frame) noexcept {
         front().swap(frame);
@@ -106,8 +112,8 @@ class ReceiveQueue {
     }
     void clear() noexcept {
         size_ = 0;
-        if (hadBacklog())
-            giveSlotsBack();
+        if (capacity_ > KEPT_SLOTS)
+            keepSlots(KEPT_SLOTS);
     }
     void swap(ReceiveQueue& other) noexcept {
         slots_.swap(other.slots_);
@@ -191,45 +197,22 @@ class ReceiveQueue {
         return index;
     }
 
-    // put(slot) fills the slot; the frame counts when that has succeeded. It may come from this
-    // queue itself, so it is put into its new place before the others move.
-    template <typename Put>
-    void putBack(Put put) {
-        if (size_ == capacity_) {
-            std::vector<ReceiveData> larger = largerSlots();
-            put(larger[size_]);
-            moveInto(larger);
-        } else {
-            put(slots_[slotOf(size_)]);
-        }
-        ++size_;
-    }
-    template <typename Put>
-    void putFront(Put put) {
-        if (size_ == capacity_) {
-            std::vector<ReceiveData> larger = largerSlots();
-            put(larger.back());
-            moveInto(larger);
-        } else {
-            put(slots_[slotOf(capacity_ - 1)]);
-        }
-        first_ = slotOf(capacity_ - 1);
-        ++size_;
-    }
-
-    std::vector<ReceiveData> largerSlots() const;
+    bool isFull() const { return size_ == capacity_; }
+    // Swap the frame in with twice as many slots. It may be one of this queue, so it has its place
+    // before the others move.
+    void growBack(ReceiveData& frame);
+    void growFront(ReceiveData& frame);
+    size_t largerCapacity() const { return capacity_ == 0 ? FIRST_SLOTS : 2 * capacity_; }
     void moveInto(std::vector<ReceiveData>& slots) noexcept;  // the frames, from its first slot on
 
-    bool hadBacklog() const { return capacity_ > KEPT_SLOTS; }
-    void giveBack(ReceiveData& slot) noexcept {
-        if (hadBacklog())
-            ReceiveData().swap(slot);
-    }
+    // Keeps so many slots, at least as many as there are frames, and gives back what the others
+    // hold.
+    void keepSlots(size_t slots) noexcept;
     void shorten() noexcept {
-        if (--size_ == 0 && hadBacklog())
-            giveSlotsBack();
+        --size_;
+        if (capacity_ > KEPT_SLOTS && size_ < capacity_ / 4)
+            keepSlots(capacity_ / 2);
     }
-    void giveSlotsBack() noexcept;
 
     std::vector<ReceiveData> slots_;
     size_t capacity_ = 0;  // of slots_, which would count them by a division: 0 or a power of two

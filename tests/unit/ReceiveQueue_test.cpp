@@ -165,20 +165,24 @@ TEST(ReceiveQueue, GivesTheMemoryOfALongBacklogBackAsItGetsShorter) {
         while (queue.size() > 200)
             from_front ? queue.pop_front() : queue.pop_back();
         EXPECT_EQ(queue.front(), numbered(from_front ? 16185 : 1));
-        EXPECT_EQ(slotsWithMemory(queue, 1000), 0);
+        EXPECT_LT(slotsWithMemory(queue, 1000), 350);
         queue.clear();
-        EXPECT_EQ(slotsWithMemory(queue, 1000), 0);
+        EXPECT_LE(slotsWithMemory(queue, 1000), 128);
     }
 }
 
-// With its slots all memory of the backlog is gone: the next frame needs some for its first slots.
-TEST(ReceiveQueue, GivesTheSlotsOfALongBacklogBackWhenItIsEmpty) {
+// As in a flood, in which the engines have some hundred frames at any time.
+TEST(ReceiveQueue, ASteadyBacklogFindsMemoryInEverySlotToo) {
     ReceiveQueue queue;
-    fill(queue, 1, 129);
-    drained(queue);
-    ReceiveData frame;
-    const NoMemory none;
-    EXPECT_THROW(queue.push_back(std::move(frame)), std::bad_alloc);
+    fill(queue, 1, 300);
+    ReceiveData put;
+    ReceiveData taken;
+    for (int i = 0; i < 5000; ++i) {
+        put.assign(324, static_cast<char>(i));
+        queue.push_back(std::move(put));
+        ASSERT_TRUE(i < 300 || put.capacity() >= 324) << i;
+        queue.trade(taken);
+    }
 }
 
 TEST(ReceiveQueue, TakingAndEmptyingNeedNoMemory) {
