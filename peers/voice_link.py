@@ -1,5 +1,10 @@
 # SPDX-License-Identifier: MIT
-"""The voice server's connection to the bridge: pacing on the way in, records on the way out."""
+"""The voice server's connection to the bridge: pacing on the way in, records on the way out.
+
+The bridge makes a frame of whatever one read gives it, so none may be cut on the way: each goes out in
+one write and at once, no more than a second of them is under way, what comes back is read as it comes,
+and what the system packs together has room for whole frames only (docs/protocols.md).
+"""
 import select
 import socket
 import threading
@@ -13,6 +18,12 @@ from waiting import say
 # engines hold, or nothing comes back; more only lengthens the delay and what a renewal drops.
 WINDOW = 24
 WINDOW_MOST = 64  # a third of what the pipe to an engine holds before the bridge blocks in it
+# Frames under way at most, a second of them: far fewer than fill the buffers of a connection, at whose
+# end a frame would be cut. A bridge that is held up is waited for.
+UNDER_WAY_MOST = frames.PER_SECOND
+# Four frames and the 12 bytes of TCP's time stamps: what has to wait for the network is sent in full
+# segments, and those of the usual size hold four and a half.
+SEGMENT = 4 * frames.SIZE + 12
 # Fast mode: seconds without an answer after which one more frame goes out anyway, as the bridge
 # moves only when it gets one. Below its read time-out of 0.1 s, after which it adds silence.
 STALL = 0.05
@@ -56,7 +67,7 @@ class VoiceLink:
         self._returned: list[Returned] = []
         self._sent_kinds: list[int] = []
         self._window = self._first_window = window
-        self._flying = 0  # fast mode: frames on their way, as far as can be known
+        self._flying = 0  # frames on their way, as far as can be known
         self._failure = ""  # why the connection ended
         self._answered = 0.0  # when something last came back, or the connection was made
         self._closing = False
@@ -72,7 +83,7 @@ class VoiceLink:
         told = False
         while self._socket is None:
             try:
-                self._socket = socket.create_connection((self.host, self.port), timeout=1)
+                self._socket = self._dial()
             except OSError as error:
                 reason = error.strerror or str(error)
                 waited = time.monotonic() - begun
@@ -83,11 +94,21 @@ class VoiceLink:
                     say(f"waiting for the bridge at {self.address()}: {reason}")
                     told = True
                 time.sleep(0.05)
-        # One send is one segment: the bridge does not put split frames together.
-        self._socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         self._socket.settimeout(GIVE_UP)
         self._answered = time.monotonic()
         self._receiver.start()
+
+    def _dial(self) -> socket.socket:
+        peer = socket.socket()
+        try:
+            peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_MAXSEG, SEGMENT)  # before connecting
+            peer.settimeout(1)
+            peer.connect((self.host, self.port))
+        except OSError:
+            peer.close()
+            raise
+        return peer
 
     def was_connected(self) -> bool:
         return self._socket is not None
@@ -102,7 +123,11 @@ class VoiceLink:
         else:
             self._wait_for_time()
         with self._changed:
+            while self._flying >= UNDER_WAY_MOST and not self._failure:
+                self._check()
+                self._changed.wait(STALL)
             self._check()
+            self._flying += 1
             self._sent_kinds.append(kind)
         try:
             self._socket.sendall(frames.make(kind, payload))
@@ -126,7 +151,6 @@ class VoiceLink:
             )
             if not answered:
                 self._window = min(self._window + 1, WINDOW_MOST)
-            self._flying += 1
 
     def _check(self) -> None:
         if self._failure:
@@ -165,7 +189,7 @@ class VoiceLink:
         last = self._returned[-2:]
         self._returned.append(frame)
         if frame.kind not in (frames.START, frames.END):
-            self._flying -= 1
+            self._flying = max(self._flying - 1, 0)  # frames of the bridge's own come back as well
         if frame.kind == frames.TOF and len(last) == 2 and last[1].kind == frames.EOF:
             # A renewal, which dropped all that had been sent when the last frame before it came.
             self._flying = frame.sent - last[0].sent + OWN_NOISE

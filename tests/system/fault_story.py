@@ -156,6 +156,12 @@ class FaultStory(Story):
         except OSError:
             pass  # closed by the bridge, or by us at the end
 
+    def renewals_off(self) -> None:
+        """Frames that the ROS node does not get do not count toward a renewal."""
+        self.wait_for(self.client.connected, "the sound client's connection")
+        self.client.send("epd_off")
+        self.wait_for(lambda: "packet : epd_off." in self.log(), "EPD off")
+
     def feed_until_ended(self) -> None:
         """Sends silence to a bridge that is about to end."""
         try:

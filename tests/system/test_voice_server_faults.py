@@ -31,12 +31,6 @@ def negated(block: bytes) -> bytes:
 
 
 class VoiceServerFaults(FaultStory):
-    def renewals_off(self) -> None:
-        """Frames that the ROS node does not get do not count toward a renewal."""
-        self.wait_for(self.client.connected, "the sound client's connection")
-        self.client.send("epd_off")
-        self.wait_for(lambda: "packet : epd_off." in self.log(), "EPD off")
-
     def loud(self) -> list[bytes]:
         """Payloads that came back, silence left out."""
         self.receive()
