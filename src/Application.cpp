@@ -93,7 +93,8 @@ void Application::connectPeers() {
             voice_server_->connect(send_port_);
             tell("[Connected]\n");
         } catch (const std::runtime_error&) {
-            // The links have logged the cause; the peers may simply not be up yet.
+            // The links have logged the cause, but that of a failed accept; the peers may simply
+            // not be up yet.
             voice_server_->disconnect();
             sound_client_->disconnect();
             interruptible([] { return sleep(RECONNECT_PAUSE_S); });

@@ -37,15 +37,19 @@ constexpr unsigned int VOICE_SERVER_FRAME_SIZE = 324;
 
 // Counts of frames or blocks.
 namespace app_controller {
-constexpr unsigned int NOISE_FRAME_SIZE = 10;  // frames in a noise block and in the delay line
+constexpr unsigned int NOISE_FRAME_SIZE = 10;  // frames in a noise block; the delay line keeps 9
 constexpr unsigned int NOISE_MODEL_RENEW_FREQ = 500;  // examined frames between renewals: 5 s
 constexpr unsigned int NOISE_QUE_SIZE = 5;            // an average uses fewer blocks than this
 }  // namespace app_controller
 
-// Stands around every system call that can wait for a peer. An interrupt (SIGINT) ends the process
-// from inside its handler, which stops the engines and drops every queue. Amid our own code, with a
-// queue or the heap half changed, that would corrupt memory; so the handler acts while a Wait
-// stands, and leaves an interrupt that comes between two waits to the next one, microseconds later.
+// Stands around every system call that can wait for a peer, reads behind a successful select
+// included, and around messages to standard error. Only waitpid goes without: the handler would
+// collect the same engine, so an interrupt acts right after it.
+//
+// An interrupt (SIGINT) ends the process from inside its handler, which stops the engines and drops
+// every queue. Amid our own code, with a queue or the heap half changed, that would corrupt memory;
+// so the handler acts while a Wait stands, and leaves an interrupt that comes between two waits to
+// the next one, microseconds later.
 class Wait {
   public:
     Wait() {
