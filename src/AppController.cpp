@@ -76,7 +76,7 @@ bool AppController::initialize(const std::string& app_dir, const std::string& mm
     return true;
 }
 
-// The VAD engine starts first, so that it is ready for the MMSE engine's first frame.
+// The VAD engine starts first: when none can be started, it is the one that is named.
 bool AppController::launch() {
     launchEngine(vad_connector_, "VAD", vad_setting_);
     launchEngine(mmse_connector_, "MMSE", mmse_setting_);

@@ -25,7 +25,8 @@ class AppControllerError : public std::runtime_error {
 //
 // process never waits for an engine's output; it does wait while an engine's input pipe is full.
 // Of each stream at most ten minutes wait for the others; see docs/architecture.md for what goes.
-// Failures are AppControllerError. The alignment rules are a table in docs/architecture.md.
+// Failures of process and of starting an engine are AppControllerError; a connector's errors in
+// finalize pass through. The alignment rules are a table in docs/architecture.md.
 class AppController {
   public:
     AppController() = default;

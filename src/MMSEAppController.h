@@ -22,7 +22,9 @@
 //                                                         |         |  noise 1, 2
 //
 // Waits only where the engine controller does, and in a renewal for the old engines to end.
-// Failures are AppControllerError, those of the engine controller included.
+// Failures are AppControllerError, those of the engine controller included. A connector's errors in
+// finalize and in a renewal pass through, and so does what a frame of a wrong size makes the
+// builder throw.
 class MMSEAppController {
   public:
     MMSEAppController();
