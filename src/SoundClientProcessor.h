@@ -20,8 +20,9 @@ class SoundClientProcessorError : public std::runtime_error {
 
 // The parser of the sound client's byte stream: finds command and DATA blocks by their keywords,
 // turns them into frames and keeps the end-point detection (EPD) state. Owned by SoundClient, which
-// adds what it received and calls process. Waits for nothing. Throws std::out_of_range when a
-// DATA header is cut inside its digits (see docs/behaviour.md), and nothing else.
+// adds what it received and calls process. Waits for nothing. Throws std::out_of_range when a DATA
+// header is cut, inside its digits or less than two bytes behind them, and the digits so far give
+// no more than the bytes received (see docs/behaviour.md).
 //
 // Nothing takes the frames while a link is up, so the queue is bounded: the oldest go first. Bytes
 // are looked at once: process remembers how far it searched, and forgets what no later byte can
