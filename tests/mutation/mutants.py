@@ -16,7 +16,7 @@ MUTANTS = [
     ("ReceiveQueue.h", "first_ = slotOf(1);", "first_ = slotOf(2);"),
     ("ReceiveQueue.h", "& (capacity_ - 1)", "& capacity_"),
     ("ReceiveQueue.h", "KEPT_SLOTS = 128", "KEPT_SLOTS = 127"),
-    ("ReceiveQueue.h", "front().swap(frame);", "frame = front();"),
+    ("ReceiveQueue.h", "front().swap(frame);\n        pop_front();", "frame = front();\n        pop_front();"),
     ("ReceiveQueue.h", "        size_ = 0;\n        if", "        if"),
     ("ReceiveQueue.h", "slots_[slotOf(size_++)].swap(frame);", "slots_[slotOf(size_++)] = frame;"),
     ("ReceiveQueue.h", "slots_[slotOf(size_)].assign(begin, end);", "slots_[slotOf(size_ + 1)].assign(begin, end);"),
