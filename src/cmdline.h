@@ -93,7 +93,9 @@ class ValueOption : public Option {
     bool takesValue() const override { return true; }
     bool required() const override { return required_; }
     bool set(const std::string& text) override { return fromText(text, value_); }
-    std::string synopsis() const override { return Option::synopsis() + "=" + typeName<T>(); }
+    std::string synopsis() const override {
+        return Option::synopsis().append("=").append(typeName<T>());
+    }
     std::string description() const override {
         std::ostringstream text;
         text << Option::description() << " (" << typeName<T>();
