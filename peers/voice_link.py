@@ -113,6 +113,11 @@ class VoiceLink:
     def was_connected(self) -> bool:
         return self._socket is not None
 
+    def failure(self) -> str:
+        """Why the connection ended; "" while it stands."""
+        with self._changed:
+            return self._failure
+
     def send(self, kind: int, payload: bytes = b"") -> None:
         """Sends one frame when its time has come."""
         assert self._socket is not None, "connect() first"

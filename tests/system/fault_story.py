@@ -20,7 +20,7 @@ from pathlib import Path
 
 import frames
 from bridge_process import members
-from story import BOUND, BUILD, Story
+from story import BOUND, BUILD, EMULATED, Story
 from waiting import until
 
 PR_SET_CHILD_SUBREAPER = 36
@@ -33,7 +33,10 @@ CONNECTED = "[Connected]\n"
 # A reset is met by a read, or by a write if the bridge was on its way from one to the other.
 LOST = r"\[VoiceServerError\] Data connector (read|write) failed\.\n$"
 
-MEBI = 1 << 20  # bytes by which a bridge may grow that gives back what it takes
+MEBI = 1 << 20
+# Bytes by which a bridge may grow that gives back what it takes; under an emulator, which keeps the
+# code that it has translated, some more.
+GROWTH = 5 * MEBI if EMULATED else MEBI
 
 # AddressSanitizer sets freed memory aside, 256 MB of it if nothing is said.
 SANITIZED = b"__asan_init" in (BUILD / "Tolvanev").read_bytes()

@@ -21,6 +21,8 @@ from waiting import free_port, until
 BUILD = Path(os.environ.get("TOLVANEV_BUILD", "build/debug")).resolve()
 BRIDGE = BUILD / "Tolvanev"
 SCRIPTED_ENGINE = BUILD / "tests" / "scripted_engine"
+# Of a cross build: a script that starts the emulator.
+EMULATED = BRIDGE.read_bytes().startswith(b"#!")
 BOUND = 60.0  # seconds for things that take well under one on a quiet machine
 
 CONNECTING = "Connecting to Server ... "

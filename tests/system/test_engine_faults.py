@@ -7,7 +7,7 @@ import unittest
 
 import frames
 from bridge_process import members
-from fault_story import MEBI, TERMINATE, FaultStory
+from fault_story import GROWTH, TERMINATE, FaultStory
 from story import SCRIPTED_ENGINE, speech
 
 LAST = 20
@@ -78,7 +78,7 @@ class EngineThatEnds(FaultStory):
         self.wait_for(lambda: (frames.DATA, 280) in self.engine_frames("mmse"), "frame 280")
         self.client.send("epd_off")
         self.wait_for(lambda: "packet : epd_off." in self.log(), "the sound client to be heard")
-        self.assertLess(self.resident() - before, MEBI)
+        self.assertLess(self.resident() - before, GROWTH)
         self.assertEqual(self.log().count(RUNS_AHEAD), 1)
         self.stop_by_input()
 
@@ -128,7 +128,7 @@ class EngineThatAnswersWrongly(FaultStory):
         self.wait_for(lambda: (frames.DATA, -400) in self.returned(), "frame 400")
         expected = [(frames.DATA, -number) for number in range(1, 401)]
         self.assertEqual(speech(self.returned()), expected)
-        self.assertLess(self.resident() - before, MEBI)
+        self.assertLess(self.resident() - before, GROWTH)
         self.assertEqual(self.log().count(RUNS_AHEAD), 1)
         self.stop_by_input()
 

@@ -10,7 +10,7 @@ import unittest
 
 from bridge_process import members
 from fault_story import TERMINATE, FaultStory
-from story import BUILD, SCRIPTED_ENGINE
+from story import BUILD
 from waiting import until
 
 ENDINGS = {
@@ -126,12 +126,13 @@ class Special(State):
         ]
 
     def ended_without_engines(self) -> bool:
-        """Kills every engine; not what the leak checker starts when the bridge exits."""
-        for pid in members(self.node.bridge.pid()):
-            # It may just have ended by itself.
-            with contextlib.suppress(FileNotFoundError, ProcessLookupError):
-                if os.path.samefile(f"/proc/{pid}/exe", SCRIPTED_ENGINE):
-                    os.kill(pid, signal.SIGKILL)
+        """Kills every engine that has begun; not what the leak checker starts when the bridge
+        exits."""
+        events = self.engine_events("mmse") + self.engine_events("vad")
+        engines = {int(words[0]) for words in events if words[1] == "start"}
+        for pid in engines.intersection(members(self.node.bridge.pid())):
+            with contextlib.suppress(ProcessLookupError):  # it may just have ended by itself
+                os.kill(pid, signal.SIGKILL)
         return not self.node.bridge.running()
 
     def test_interrupt_amid_a_renewal_that_waits_for_the_mmse_engine(self):

@@ -7,7 +7,7 @@ import termios
 import unittest
 
 import frames
-from fault_story import CONNECTED, MEBI, SANITIZED, FaultStory, waiting_in
+from fault_story import CONNECTED, GROWTH, MEBI, SANITIZED, FaultStory, waiting_in
 
 JUNK_WORD = b"play_sound_offf\n"  # 16 bytes, so that reads of 256 bytes cut none
 JUNK = 10 * 1000 * 1000 // len(JUNK_WORD) * JUNK_WORD
@@ -60,7 +60,7 @@ class StandardInput(FaultStory):
         self.node.play_sound(True)
         self.wait_for(lambda: PLAYS in self.log(), "a word behind the flood")
         self.assertEqual(self.descriptors(), descriptors)
-        self.assertLess(self.resident() - memory, 5 * MEBI if SANITIZED else MEBI)
+        self.assertLess(self.resident() - memory, 5 * MEBI if SANITIZED else GROWTH)
         self.stop_by_input()
 
     def test_closed_before_the_peers_are_there(self):

@@ -6,7 +6,9 @@ import subprocess
 import tempfile
 import unittest
 
-from story import BOUND, BRIDGE, BUILD
+from story import BOUND, BRIDGE, BUILD, EMULATED
+
+looks_at_itself = unittest.skipIf(EMULATED, "/proc/self/exe is the emulator, not the bridge")
 
 HELP = """usage: {} [options] ... 
 options:
@@ -85,6 +87,7 @@ class StartUp(unittest.TestCase):
         self.assertRegex(said, r"^- [\d:.]{12} ERROR: Signal handler register failed\.\n$")
         self.assertEqual(self.run_bridge("-l", "none", program=program), "Invalid log level.\n")
 
+    @looks_at_itself
     def test_bridge_refuses_to_be_its_own_engine(self):
         with tempfile.TemporaryDirectory() as folder:
             said = self.run_bridge("-b", str(BRIDGE))
@@ -94,6 +97,7 @@ class StartUp(unittest.TestCase):
             os.symlink(BRIDGE, link)
             self.assertIn(link, self.run_bridge("-b", link))
 
+    @looks_at_itself
     def test_bridge_started_with_defaults_in_its_own_folder_refuses(self):
         with tempfile.TemporaryDirectory() as folder:
             shutil.copy(BRIDGE, folder)

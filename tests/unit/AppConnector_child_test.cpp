@@ -10,8 +10,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -31,10 +29,9 @@ using faults::Call;
 constexpr const char* MISSING_PROGRAM = "/nonexistent/engine";
 
 TEST_F(AppConnectorTest, TheChildGetsItsPathAsNameAndOneArgument) {
-    launch();
-    std::ifstream file("/proc/" + std::to_string(engineId()) + "/cmdline");
-    const std::string line{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    EXPECT_EQ(line, std::string(SCRIPTED_ENGINE) + '\0' + engine_.settings() + '\0');
+    connector_.launch("/bin/cat", "/proc/self/cmdline");
+    using namespace std::string_literals;
+    EXPECT_EQ(read(32, 10000).block, "/bin/cat\0/proc/self/cmdline\0----"s);
 }
 
 TEST_F(AppConnectorTest, TheProgramIsNotSearchedFor) {
