@@ -21,6 +21,7 @@ class Programs:
         self.micro = self.path("bench/micro")
         self.malloc_count = self.path("bench/libmalloc_count.so")
         self.bridge = [self.path("Tolvanev")]
+        self.static = [self.path("bench/static_bridge")]
         self.limit = [self.path("bench/limit")]
         self.socat = [os.path.join(HERE, "alternatives", "socat_relay")]
         self.asyncio = [os.path.join(HERE, "alternatives", "asyncio_relay")]
@@ -30,7 +31,7 @@ class Programs:
 
     def options(self, program):
         """The driver's options for a program that is not the bridge."""
-        if program == self.bridge:
+        if program in (self.bridge, self.static):
             return []
         return ["--plain", "--no-sound"] if program == self.socat else ["--plain"]
 
