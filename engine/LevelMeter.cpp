@@ -16,13 +16,14 @@ constexpr float kFall = 0.3f;
 constexpr float kRise = 0.05f;
 constexpr float kRiseSuspected = 0.001f;
 
-// The noise suppressor's overlapping windows fade a new stream in. An estimate that began there
-// would be far too low, and all noise would stand out from it.
-constexpr int kFadeIn = 3;  // frames
-
 constexpr double kFullScale = 32768;
 
 }  // namespace
+
+float levelOf(double energy) {
+    const double power = energy / kFrameSamples / (kFullScale * kFullScale);
+    return std::max(kFloorDbfs, static_cast<float>(10 * std::log10(power + 1e-12)));
+}
 
 void LevelMeter::measure(const Samples& samples) {
     double energy = 0;
@@ -30,8 +31,7 @@ void LevelMeter::measure(const Samples& samples) {
         const double heard = highPass_.next(sample);
         energy += heard * heard;
     }
-    const double power = energy / kFrameSamples / (kFullScale * kFullScale);
-    level_ = std::max(kFloorDbfs, static_cast<float>(10 * std::log10(power + 1e-12)));
+    level_ = levelOf(energy);
 }
 
 void LevelMeter::follow(bool suspected) {
@@ -42,7 +42,7 @@ void LevelMeter::follow(bool suspected) {
 }
 
 bool LevelMeter::isReady() const {
-    return age_ >= kFadeIn;
+    return age_ >= kFadeInFrames;
 }
 
 void LevelMeter::reset() {

@@ -11,6 +11,13 @@ namespace engine {
 
 constexpr double kCutoffHz = 150;
 
+// The noise suppressor's overlapping windows fade a new stream in. An estimate that began there
+// would be far too low, and all noise would stand out from it.
+constexpr int kFadeInFrames = 3;
+
+// The level of a frame in dBFS, given the sum of its squared samples.
+float levelOf(double energy);
+
 class LevelMeter {
   public:
     void measure(const Samples& samples);

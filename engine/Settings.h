@@ -10,9 +10,6 @@ namespace engine {
 
 enum class Role { Mmse, Vad };
 
-// How readily the detector calls a frame voiced.
-enum class Likelihood { VeryLow, Low, Moderate, High };
-
 struct MmseSettings {
     int suppressionDb = -25;
     int primingRepeats = 10;
@@ -20,7 +17,6 @@ struct MmseSettings {
 };
 
 struct VadSettings {
-    Likelihood likelihood = Likelihood::VeryLow;
     int startMarginDb = 10;
     int stayMarginDb = 5;
     int onsetFrames = 2;

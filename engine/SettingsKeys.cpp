@@ -71,14 +71,6 @@ std::string setRole(Settings& settings, const std::string& text) {
     return setChoice<Role>(settings.role, text, {{"mmse", Role::Mmse}, {"vad", Role::Vad}});
 }
 
-std::string setLikelihood(Settings& settings, const std::string& text) {
-    return setChoice<Likelihood>(settings.vad.likelihood, text,
-                                 {{"very_low", Likelihood::VeryLow},
-                                  {"low", Likelihood::Low},
-                                  {"moderate", Likelihood::Moderate},
-                                  {"high", Likelihood::High}});
-}
-
 const std::vector<Key>& keys() {
     static const std::vector<Key> table = {
         {"engine", "role", setRole},
@@ -94,7 +86,6 @@ const std::vector<Key>& keys() {
          [](Settings& settings, const std::string& text) {
              return setNumber(settings.mmse.primingGainDb, text, {0, 20, "dB"});
          }},
-        {"vad", "likelihood", setLikelihood},
         {"vad", "start_margin_db",
          [](Settings& settings, const std::string& text) {
              return setNumber(settings.vad.startMarginDb, text, {0, 40, "dB"});

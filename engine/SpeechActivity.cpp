@@ -47,7 +47,7 @@ void LevelGate::reset() {
 }
 
 SpeechActivity::SpeechActivity(const VadSettings& settings)
-    : detector_(settings.likelihood), gate_(settings.startMarginDb, settings.stayMarginDb) {}
+    : gate_(settings.startMarginDb, settings.stayMarginDb) {}
 
 Finding SpeechActivity::examine(const Samples& samples, bool open) {
     const bool suspected = detector_.isVoiced(samples);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Voice activity by two witnesses: the library's detector, which knows what speech sounds like,
-// and the level over the background noise. The library alone takes noise for speech until the
-// suppressor has settled, and low rumble at any time; the level alone every noise that is new.
+// Voice activity by two witnesses: the level over the background noise, and the detector, which
+// knows how much that noise moves. The level alone takes every noise that is new for speech, and
+// the peaks of babble; the detector alone takes too much for it, in favour of soft beginnings.
 #ifndef TOLVANEV_ENGINE_SPEECHACTIVITY_H
 #define TOLVANEV_ENGINE_SPEECHACTIVITY_H
 

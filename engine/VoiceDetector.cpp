@@ -1,66 +1,105 @@
 // SPDX-License-Identifier: MIT
 #include "VoiceDetector.h"
 
-#include <webrtc/modules/audio_processing/include/audio_processing.h>
-#include <webrtc/modules/interface/module_common_types.h>
 #include <algorithm>
-#include <stdexcept>
-#include <string>
+#include <cmath>
+
+#include "LevelMeter.h"
 
 namespace engine {
 
 namespace {
 
-void require(int status) {
-    if (status != webrtc::AudioProcessing::kNoError)
-        throw std::runtime_error("voice detection: error " + std::to_string(status));
-}
+// All of these were chosen on the bench's tuning set, amid ranges in which little changes.
 
-webrtc::VoiceDetection::Likelihood translate(Likelihood likelihood) {
-    switch (likelihood) {
-        case Likelihood::Low:
-            return webrtc::VoiceDetection::kLowLikelihood;
-        case Likelihood::Moderate:
-            return webrtc::VoiceDetection::kModerateLikelihood;
-        case Likelihood::High:
-            return webrtc::VoiceDetection::kHighLikelihood;
-        case Likelihood::VeryLow:
-            break;
-    }
-    return webrtc::VoiceDetection::kVeryLowLikelihood;
-}
+// A frame stands out by that many deviations of the noise, in the mean of the bands. So much is
+// added to the deviation: the steadiest noise is not to be left by a fraction of a decibel.
+constexpr float kDeviations = 0.6f;
+constexpr float kLeastDeviation = 1.5f;  // dB
+constexpr float kFirstVariance = 9;      // square dB, until the noise is known
+
+// Consonants and short stops between what stands out are speech, too.
+constexpr int kHold = 10;  // frames
+
+// Levels that stay within so much for half a second are no voice, however loud.
+constexpr float kStillness = 6;  // dB
+
+// Shares of the way to the latest frame that mean and variance of the noise go. While speech is
+// suspected the mean rises more slowly, over a second or so, and the variance stays.
+constexpr float kPace = 0.03f;
+constexpr float kPaceUpInSpeech = 0.008f;
+constexpr float kPaceDownAtFirst = 0.3f;  // a stream may begin with speech: its dips are the noise
+constexpr size_t kFirstFrames = 100;
+constexpr float kVariancePace = 0.05f;
+
+// Added to each sample. In digital silence the filters' memories would fade to denormal numbers,
+// with which the engine took twice its time; no band lets a constant through.
+constexpr double kOffset = 1e-6;
 
 }  // namespace
 
-struct VoiceDetector::Processing {
-    explicit Processing(Likelihood likelihood) : library(webrtc::AudioProcessing::Create()) {
-        if (!library)
-            throw std::runtime_error("voice detection: cannot be created");
-        require(library->voice_detection()->set_likelihood(translate(likelihood)));
-        require(library->voice_detection()->Enable(true));
-        frame.sample_rate_hz_ = kSampleRateHz;
-        frame.samples_per_channel_ = kFrameSamples;
-        frame.num_channels_ = 1;
-    }
-
-    const std::unique_ptr<webrtc::AudioProcessing> library;
-    webrtc::AudioFrame frame;
-};
-
-VoiceDetector::VoiceDetector(Likelihood likelihood)
-    : likelihood_(likelihood), processing_(std::make_unique<Processing>(likelihood)) {}
-
-VoiceDetector::~VoiceDetector() = default;
+VoiceDetector::VoiceDetector()
+    : bands_{{{{150, 500}, kFloorDbfs, kFloorDbfs, kFirstVariance},
+              {{500, 1000}, kFloorDbfs, kFloorDbfs, kFirstVariance},
+              {{1000, 2000}, kFloorDbfs, kFloorDbfs, kFirstVariance},
+              {{2000, 4000}, kFloorDbfs, kFloorDbfs, kFirstVariance}}},
+      quiet_(kHold) {}
 
 bool VoiceDetector::isVoiced(const Samples& samples) {
-    std::ranges::copy(samples, processing_->frame.data_);
-    require(processing_->library->ProcessStream(&processing_->frame));
-    return processing_->library->voice_detection()->stream_has_voice();
+    measure(samples);
+    if (age_ <= kFadeInFrames) {
+        for (Band& band : bands_)
+            band.mean = band.level;
+        return false;
+    }
+    quiet_ = standsOut() ? 0 : quiet_ + 1;
+    const bool voiced = quiet_ <= kHold && !isStill();
+    learn(voiced);
+    return voiced;
 }
 
-// A new instance rather than the library's Initialize(): nothing of the old stream can survive.
 void VoiceDetector::reset() {
-    processing_ = std::make_unique<Processing>(likelihood_);
+    *this = VoiceDetector();
+}
+
+// The bands side by side: a filter's steps wait for each other, those of several filters do not.
+void VoiceDetector::measure(const Samples& samples) {
+    std::array<double, kBands> energy{};
+    for (const int16_t sample : samples) {
+        for (size_t band = 0; band < kBands; ++band) {
+            const double heard = bands_[band].filter.next(sample + kOffset);
+            energy[band] += heard * heard;
+        }
+    }
+    float sum = 0;
+    for (size_t band = 0; band < kBands; ++band) {
+        bands_[band].level = levelOf(energy[band]);
+        sum += bands_[band].level;
+    }
+    latest_[age_++ % latest_.size()] = sum / kBands;
+}
+
+bool VoiceDetector::standsOut() const {
+    float sum = 0;
+    for (const Band& band : bands_)
+        sum += (band.level - band.mean) / (std::sqrt(band.variance) + kLeastDeviation);
+    return sum > kDeviations * kBands;
+}
+
+bool VoiceDetector::isStill() const {
+    const auto [softest, loudest] = std::ranges::minmax(latest_);
+    return age_ >= latest_.size() && loudest - softest < kStillness;
+}
+
+void VoiceDetector::learn(bool voiced) {
+    const float up = voiced ? kPaceUpInSpeech : kPace;
+    const float down = age_ <= kFirstFrames ? kPaceDownAtFirst : kPace;
+    for (Band& band : bands_) {
+        const float off = band.level - band.mean;
+        if (!voiced)
+            band.variance += kVariancePace * (off * off - band.variance);
+        band.mean += (off > 0 ? up : down) * off;
+    }
 }
 
 }  // namespace engine

@@ -48,7 +48,6 @@ const std::string kMmse = "[engine]\nrole = mmse\n[mmse]\n";  // three lines
 TEST_F(EngineSettings, RoleAloneGivesTheDefaults) {
     const auto settings = load("[engine]\nrole = vad\n");
     EXPECT_EQ(settings.role, engine::Role::Vad);
-    EXPECT_EQ(settings.vad.likelihood, engine::Likelihood::VeryLow);
     EXPECT_EQ(settings.vad.startMarginDb, 10);
     EXPECT_EQ(settings.vad.stayMarginDb, 5);
     EXPECT_EQ(settings.vad.onsetFrames, 2);
@@ -62,9 +61,7 @@ TEST_F(EngineSettings, RoleAloneGivesTheDefaults) {
 }
 
 TEST_F(EngineSettings, EveryKeyIsTaken) {
-    const auto vad =
-        load(kVad + "likelihood = high\nonset_ms = 50\nhangover_ms = 0\nlookback_frames = 7\n").vad;
-    EXPECT_EQ(vad.likelihood, engine::Likelihood::High);
+    const auto vad = load(kVad + "onset_ms = 50\nhangover_ms = 0\nlookback_frames = 7\n").vad;
     EXPECT_EQ(vad.onsetFrames, 5);
     EXPECT_EQ(vad.hangoverFrames, 0);
     EXPECT_EQ(vad.lookbackFrames, 7);
@@ -124,8 +121,6 @@ TEST_F(EngineSettings, TimesAreWholeFrames) {
 
 TEST_F(EngineSettings, UnknownChoiceListsTheKnownOnes) {
     EXPECT_EQ(problem("[engine]\nrole = VAD\n"), "2: key 'role': 'VAD' is none of mmse, vad");
-    EXPECT_EQ(problem(kVad + "likelihood = 3\n"),
-              "4: key 'likelihood': '3' is none of very_low, low, moderate, high");
 }
 
 TEST_F(EngineSettings, MissingRoleIsReportedAtTheEnd) {
