@@ -78,7 +78,7 @@ int start(const std::string& path, bool checkOnly) {
     try {
         settings = engine::loadSettings(path);
     } catch (const engine::SettingsError& error) {
-        std::fprintf(stderr, "%s\n", error.what());
+        std::fprintf(stderr, "tolvanev-engine: %s\n", error.what());
         return kMisconfigured;
     }
     if (checkOnly) {

@@ -67,7 +67,7 @@ class CommandLine(unittest.TestCase):
 
     def test_bad_settings_name_file_line_and_key(self):
         text = "[engine]\nrole = vad\n\n[vad]\nonset = 3\n"
-        message = "FILE:5: key 'onset': unknown in section [vad]\n"
+        message = "tolvanev-engine: FILE:5: key 'onset': unknown in section [vad]\n"
         self.assertEqual(self.bad(text), message)
         self.assertEqual(self.bad(text, "--check"), message)
         self.assertIn("FILE:4: key 'onset_ms': 'x' is not",
@@ -76,7 +76,7 @@ class CommandLine(unittest.TestCase):
 
     def test_missing_file_gives_path_and_reason(self):
         self.assertEqual(self.call("/nonexistent.ini"),
-                         (2, "", "/nonexistent.ini: No such file or directory\n"))
+                         (2, "", "tolvanev-engine: /nonexistent.ini: No such file or directory\n"))
 
     def test_help_and_version_succeed(self):
         self.assertEqual(self.call("--help")[::2], (0, ""))
