@@ -46,13 +46,30 @@ def _convert(path: Path) -> bytes:
     return run.stdout
 
 
+class Recording:
+    """A WAV file that is opened at once, so that a bad path is told before there is audio to lose.
+
+    Until save() it is empty."""
+
+    def __init__(self, path: str | Path) -> None:
+        self._path = path
+        try:
+            self._file = open(path, "wb")
+        except OSError as error:
+            raise AudioError(f"{path}: {error.strerror or error}") from error
+
+    def save(self, pcm: bytes) -> None:
+        """Writes 16 kHz mono 16-bit audio and closes the file."""
+        try:
+            with self._file, wave.open(self._file, "wb") as target:
+                target.setnchannels(1)
+                target.setsampwidth(2)
+                target.setframerate(frames.RATE)
+                target.writeframes(pcm)
+        except OSError as error:
+            raise AudioError(f"{self._path}: {error.strerror or error}") from error
+
+
 def save(path: str | Path, pcm: bytes) -> None:
     """Writes a 16 kHz mono 16-bit WAV file."""
-    try:
-        with wave.open(str(path), "wb") as target:
-            target.setnchannels(1)
-            target.setsampwidth(2)
-            target.setframerate(frames.RATE)
-            target.writeframes(pcm)
-    except OSError as error:
-        raise AudioError(f"{path}: {error.strerror or error}") from error
+    Recording(path).save(pcm)

@@ -31,7 +31,9 @@ OWN_NOISE = 10  # frames of data that come back of themselves after the TOF of a
 GIVE_UP = 10.0  # seconds without any frame back after which the bridge counts as dead
 # A piped microphone sets the pace itself; we only must not be slower than its clock.
 LIVE_SPEED = 1.01
-LATEST = 0.5  # seconds of lateness that are caught up; after longer ones the clock starts anew
+# Seconds of lateness that are caught up; after longer ones the clock starts anew. Live audio that has
+# waited is not sent faster than it came: only what sleeping too long has cost is caught up.
+LATEST, LATEST_LIVE = 0.5, 0.1
 
 
 class LinkError(Exception):
@@ -62,6 +64,7 @@ class VoiceLink:
         self.fast = fast
         self.on_frame = on_frame  # called before each frame with the number sent before it
         self._interval = 1 / frames.PER_SECOND / (LIVE_SPEED if live else 1)
+        self._latest = LATEST_LIVE if live else LATEST
         self._socket: socket.socket | None = None
         self._changed = threading.Condition()  # guards what follows
         self._returned: list[Returned] = []
@@ -143,7 +146,7 @@ class VoiceLink:
 
     def _wait_for_time(self) -> None:
         now = time.monotonic()
-        if now - self._due > LATEST:
+        if now - self._due > self._latest:
             self._due = now
         elif self._due > now:
             time.sleep(self._due - now)

@@ -12,6 +12,7 @@ from typing import Iterable
 
 import audio
 import frames
+from live_input import LATEST, LiveInput, is_live
 from voice_link import LinkError, VoiceLink
 from waiting import say
 
@@ -60,12 +61,16 @@ class VoiceServer:
 def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         description="Plays audio to the bridge as a voice server and records what comes back.",
-        epilog="When the connection closes, the bridge ends with its next write; --stay keeps it.",
+        epilog="A pipe or a terminal on standard input is live: what comes before the bridge is there "
+        f"is thrown away, and later what has to wait for more than {LATEST:g} s. A regular file, named "
+        "or on standard input, is played whole, and so is a pipe with --whole. "
+        "When the connection closes, the bridge ends with its next write; --stay keeps it.",
     )
     parser.add_argument("input", help="audio file, or - for raw 16 kHz mono 16 bit on stdin")
     parser.add_argument("--host", default="127.0.0.1", help="where the bridge runs (%(default)s)")
     parser.add_argument("--port", type=int, default=16001, help="its -s port (%(default)s)")
     parser.add_argument("--out", metavar="WAV", help="file for the returned audio")
+    parser.add_argument("--whole", action="store_true", help="a pipe is no microphone: play it all")
     parser.add_argument("--fast", action="store_true", help="as fast as answered, not real time")
     parser.add_argument("--no-markers", action="store_true", help="no TOF first and EOF last")
     parser.add_argument("--stay", action="store_true", help="stay connected afterwards")
@@ -73,14 +78,37 @@ def parse_arguments() -> argparse.Namespace:
     return parser.parse_args()
 
 
-def play(options: argparse.Namespace, link: VoiceLink) -> None:
-    server = VoiceServer(link, markers=not options.no_markers)
-    live = options.input == "-"
+def open_live(options: argparse.Namespace) -> LiveInput | None:
+    """The input if it is live, being read already."""
     stdin = sys.stdin.buffer
-    source = frames.read_payloads(stdin) if live else frames.cut(audio.load(options.input))
+    live = options.input == "-" and not options.whole and is_live(stdin)
+    return LiveInput(stdin) if live else None
+
+
+def waiting_audio(options: argparse.Namespace) -> Iterable[bytes]:
+    """The payloads of an input that is not live."""
+    if options.input == "-":
+        return frames.read_payloads(sys.stdin.buffer)
+    return frames.cut(audio.load(options.input))
+
+
+def begin(live: LiveInput) -> Iterable[bytes]:
+    """The payloads of a live input from now on."""
+    live.begin()
+    if live.early() >= 0.1:
+        say(f"threw away {live.early():.1f} s that came before the bridge was there")
+    if live.ended():
+        say("the input has ended already; --whole plays all of a pipe")
+    return live.payloads()
+
+
+def play(options: argparse.Namespace, link: VoiceLink, live: LiveInput | None) -> None:
+    server = VoiceServer(link, markers=not options.no_markers)
+    source = [] if live else waiting_audio(options)
+    recording = audio.Recording(options.out) if options.out else None
     try:
         link.connect(options.wait)
-        server.play(source)
+        server.play(begin(live) if live else source)
         if options.stay:
             say("all sent, staying connected until the bridge ends or Ctrl-C")
             link.wait_closed()
@@ -88,18 +116,22 @@ def play(options: argparse.Namespace, link: VoiceLink) -> None:
         say("interrupted")
     finally:
         link.close()
+        if live and live.late() > 0:
+            say(f"threw away {live.late():.1f} s that came faster than the bridge took it; "
+                "--whole plays all of a pipe")  # fmt: skip
         if link.was_connected():
             print(server.summary(), flush=True)
-            if options.out:
-                audio.save(options.out, server.cleaned())
+        if recording:
+            recording.save(server.cleaned())
 
 
 def main() -> int:
     options = parse_arguments()
     signal.signal(signal.SIGTERM, signal.default_int_handler)
-    link = VoiceLink(options.host, options.port, fast=options.fast, live=options.input == "-")
+    live = open_live(options)
+    link = VoiceLink(options.host, options.port, fast=options.fast, live=live is not None)
     try:
-        play(options, link)
+        play(options, link, live)
     except (audio.AudioError, LinkError) as error:
         say(str(error))
         return 1
