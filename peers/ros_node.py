@@ -85,9 +85,18 @@ class RosNode:
         return b"".join(frame.payload for frame in list(self.frames) if frame.kind == frames.DATA)
 
 
-def show_event(index: int, frame: Frame) -> None:
+class EventList:
     """Prints markers with the time in the node's own stream, which has gaps."""
-    if frame.kind != frames.DATA:
+
+    def __init__(self) -> None:
+        self._explained = False
+
+    def show(self, index: int, frame: Frame) -> None:
+        if frame.kind == frames.DATA:
+            return
+        if not self._explained:
+            print("Times count the frames received, 100 a second; what is held back is not in them.")
+            self._explained = True
         name = frames.NAMES.get(frame.kind, f"type {frame.kind}")
         print(f"{index / frames.PER_SECOND:8.2f} s  {name}", flush=True)
 
@@ -105,32 +114,89 @@ def converse(node: RosNode) -> None:
             say(f"not a command: {word} (commands: on, off, quit)")
 
 
-def main() -> int:
-    parser = argparse.ArgumentParser(description="Stands in for the ROS node.")
+def engine_of(command: list[str]) -> str:
+    """The engine that a bridge started with this command runs."""
+    engine = "./Tolvanev"
+    for word, following in zip(command, [*command[1:], ""]):
+        if word in ("-b", "--binary"):
+            engine = following
+        elif word.startswith("--binary="):
+            engine = word.partition("=")[2]
+    return engine
+
+
+def broken_pipe(command: list[str]) -> str:
+    """What usually is behind a bridge killed by SIGPIPE, which itself says nothing."""
+    engine = engine_of(command)
+    if not os.path.isfile(engine):
+        reason = f"the engine {engine} is not there (-b)"
+    elif not os.access(engine, os.X_OK):
+        reason = f"the engine {engine} is not executable (-b)"
+    else:
+        reason = (
+            "usually an engine that ended, at once if its settings are wrong "
+            f"(`{engine} --check FILE` tells), or a voice server that closed its connection"
+        )
+    return f"{reason}; see the table \"When does it end\" in README.md"
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(
+        description="Stands in for the ROS node.",
+        usage="%(prog)s [-h] [--log LOG] [--out WAV] -- BRIDGE [ITS OPTIONS ...]",
+        epilog="Exit status 1 when the bridge could not be started or was killed by a signal.",
+    )
     parser.add_argument("--log", help="file for the bridge's messages (default: shown here)")
     parser.add_argument("--out", metavar="WAV", help="file for the audio that comes")
     parser.add_argument("command", nargs="+", help="bridge and its arguments, after --")
-    options = parser.parse_args()
+    options, strangers = parser.parse_known_args()
+    if strangers:
+        text = f"{' '.join(strangers)}: not for me; put -- in front of the bridge and its options"
+        parser.error(text)
+    return options
+
+
+def main() -> int:
+    options = parse_arguments()
     signal.signal(signal.SIGTERM, signal.default_int_handler)
-    node = RosNode(options.command, options.log, show_event)
+    try:
+        recording = audio.Recording(options.out) if options.out else None
+    except audio.AudioError as error:
+        say(str(error))
+        return 1
+    node = RosNode(options.command, options.log, EventList().show)
+    result = run(node)
+    if recording:
+        try:
+            recording.save(node.heard())
+        except audio.AudioError as error:
+            say(str(error))
+            return 1
+    return result
+
+
+def run(node: RosNode) -> int:
+    """Holds the bridge until it ends or somebody ends it; returns our exit status."""
     try:
         node.start()
         # A signal to the process wakes the main thread out of reading standard input.
         node.bridge.on_exit(lambda: os.kill(os.getpid(), signal.SIGTERM))
         converse(node)
-    except (StartError, BrokenPipeError) as error:
+    except StartError as error:
         say(str(error))
         return 1
-    except KeyboardInterrupt:
+    except (BrokenPipeError, KeyboardInterrupt):
         pass  # by hand, or the bridge has ended; the status below tells
     finally:
         signal.signal(signal.SIGTERM, signal.SIG_IGN)  # the bridge's end now comes from us
         status = node.stop()
         counts = frames.count(frame.kind for frame in node.frames)
         say(f"bridge {status}; frames: {frames.describe(counts)}")
-        if options.out:
-            audio.save(options.out, node.heard())
-    return 0
+    if "killed by" not in status or "needed" in status:
+        return 0
+    if "SIGPIPE" in status:
+        say(broken_pipe(node.bridge.command))
+    return 1
 
 
 if __name__ == "__main__":

@@ -1,0 +1,91 @@
+# SPDX-License-Identifier: MIT
+"""The stand-ins as commands that somebody types: what they say when something is wrong, and the exit
+status that tells a script."""
+import os
+import subprocess
+import sys
+import unittest
+from pathlib import Path
+
+import frames
+from sound_client import SoundClient
+from story import BOUND, BRIDGE, SCRIPTED_ENGINE, Story
+from voice_link import LinkError
+
+PEERS = Path(frames.__file__).parent
+BAD = "/nonexistent/heard.wav"
+
+
+def call(name: str, *arguments: str) -> tuple[int, str]:
+    """Exit status and messages of a command that ends by itself."""
+    command = [sys.executable, "-B", str(PEERS / name), *arguments]
+    result = subprocess.run(
+        command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=BOUND
+    )
+    return result.returncode, result.stderr
+
+
+class BadOutput(unittest.TestCase):
+    """Told before anything is started, in one line."""
+
+    def test_of_the_voice_server(self):
+        message = f"voice_server: {BAD}: No such file or directory\n"
+        self.assertEqual(call("voice_server.py", "-", "--out", BAD), (1, message))
+
+    def test_of_the_ros_node(self):
+        message = f"ros_node: {BAD}: No such file or directory\n"
+        self.assertEqual(call("ros_node.py", "--out", BAD, "--", str(BRIDGE)), (1, message))
+
+
+class RosNodeCommand(Story):
+    """The bridge's options, and what stands behind its silent end."""
+
+    def test_bridge_without_the_two_dashes(self):
+        status, message = call("ros_node.py", str(BRIDGE), "-i", "127.0.0.1")
+        self.assertEqual(status, 2)
+        self.assertIn("-i 127.0.0.1: not for me; put -- in front of the bridge", message)
+
+    def end_of_bridge(self, engine: str) -> tuple[int, str]:
+        """Exit status and messages of a node whose bridge gets one frame."""
+        client = SoundClient(port=self.client_port)
+        self.addCleanup(client.close)
+        settings = str(self.script("mmse", "exit_after 0"))
+        command = [sys.executable, "-B", str(PEERS / "ros_node.py"), "--", str(BRIDGE)]
+        command += ["-i", "127.0.0.1", "-c", str(self.client_port), "-s", str(self.server_port)]
+        command += ["-b", engine, "-m", settings, "-v", settings]
+        # Its standard input stays open: the end of that would end the bridge.
+        source, sink = os.pipe()
+        self.addCleanup(os.close, sink)
+        with open(source) as stdin:
+            node = subprocess.Popen(command, stdin=stdin, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(node.kill)
+        self.start_voice()
+        try:
+            while node.poll() is None:
+                self.voice.send(frames.DATA)
+        except LinkError:
+            pass  # the bridge has ended
+        _, messages = node.communicate(timeout=BOUND)
+        return node.returncode, messages
+
+    def test_engine_that_is_not_there(self):
+        status, messages = self.end_of_bridge("./nosuch")
+        self.assertEqual(status, 1)
+        self.assertIn("killed by SIGPIPE", messages)
+        self.assertIn("the engine ./nosuch is not there (-b); see the table", messages)
+
+    def test_engine_that_is_not_executable(self):
+        engine = self.folder / "engine"
+        engine.write_bytes(b"")
+        status, messages = self.end_of_bridge(str(engine))
+        self.assertEqual(status, 1)
+        self.assertIn(f"the engine {engine} is not executable (-b); see the table", messages)
+
+    def test_engine_that_ends(self):
+        status, messages = self.end_of_bridge(str(SCRIPTED_ENGINE))
+        self.assertEqual(status, 1)
+        self.assertIn("usually an engine that ended, at once if its settings are wrong", messages)
+
+
+if __name__ == "__main__":
+    unittest.main()
