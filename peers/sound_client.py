@@ -15,6 +15,7 @@ import time
 from typing import Iterable, NamedTuple
 
 import audio
+import frames
 from waiting import say, until
 
 KEYWORDS = {
@@ -27,7 +28,7 @@ KEYWORDS = {
 # The bridge skips four bytes behind a keyword; two line ends are consumed exactly.
 TERMINATOR = b"\r\n\r\n"
 DATA_BLOCK = 3200  # bytes of audio in one DATA block, 0.1 s; the bridge reads 1 KiB each round
-HELP = "commands: begin, end, cancel, epd_on, epd_off, data FILE, wait SECONDS"
+HELP = "commands, capitals or not: begin, end, cancel, epd_on, epd_off, data FILE, wait SECONDS"
 
 
 class CommandError(Exception):
@@ -51,6 +52,16 @@ def encode(words: list[str]) -> list[bytes]:
     if name in KEYWORDS and len(words) == 1:
         return [KEYWORDS[name] + TERMINATOR]
     raise CommandError(f"not a command: {' '.join(words)} ({HELP})")
+
+
+def describe(words: list[str], blocks: list[bytes]) -> str:
+    """What the blocks of one command are on the wire; for most the bridge shows no effect."""
+    size = sum(len(block) for block in blocks)
+    if words[0].lower() != "data":
+        return f"sent {words[0].upper()}, {size} bytes"
+    audio_size = sum(len(block) - block.index(b"\n\n") - 2 for block in blocks)
+    seconds = audio_size / 2 / frames.RATE
+    return f"sent DATA, {seconds:.2f} s of audio in {len(blocks)} blocks, {size} bytes"
 
 
 def _hang_up(peer: socket.socket) -> None:
@@ -160,15 +171,24 @@ def commands(words: list[str]) -> Iterable[list[str]]:
         yield [word, next(rest, "")] if takes_one else [word]
 
 
+def pause(words: list[str]) -> None:
+    """The command wait SECONDS."""
+    try:
+        time.sleep(float(words[-1]))
+    except (ValueError, OverflowError) as error:
+        raise CommandError(f"{' '.join(words)}: not a number of seconds") from error
+
+
 def run(client: SoundClient, options: argparse.Namespace) -> None:
     for words in commands(options.command):
-        if words[0].lower() == "wait":
-            time.sleep(float(words[-1]))
-            continue
         try:
-            encode(words)  # a slip is told at once, not after the wait
+            if words[0].lower() == "wait":
+                pause(words)
+                continue
+            blocks = encode(words)  # a slip is told at once, not after the wait
             client.wait_connected(options.wait)
             client.send(*words)
+            say(describe(words, blocks))
         except (CommandError, audio.AudioError) as error:
             if options.command:
                 raise
@@ -195,7 +215,7 @@ def main() -> int:
     say(f"listening on {client.address()}")
     try:
         run(client, options)
-    except (CommandError, audio.AudioError, ValueError) as error:
+    except (CommandError, audio.AudioError) as error:
         say(str(error))
         return 1
     except KeyboardInterrupt:

@@ -2,6 +2,7 @@
 """The stand-ins as commands that somebody types: what they say when something is wrong, and the exit
 status that tells a script."""
 import os
+import socket
 import subprocess
 import sys
 import unittest
@@ -85,6 +86,35 @@ class RosNodeCommand(Story):
         status, messages = self.end_of_bridge(str(SCRIPTED_ENGINE))
         self.assertEqual(status, 1)
         self.assertIn("usually an engine that ended, at once if its settings are wrong", messages)
+
+
+class SoundClientCommands(Story):
+    def test_what_was_sent_is_told(self):
+        speech = self.folder / "speech.raw"
+        speech.write_bytes(bytes(4000))
+        port = self.client_port
+        command = [sys.executable, "-B", str(PEERS / "sound_client.py"), "--port", str(port)]
+        # The last word is a slip and ends it.
+        command += ["begin", "Data", str(speech), "CANCEL", "wait", "soon"]
+        client = subprocess.Popen(
+            command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True
+        )
+        self.addCleanup(client.kill)
+        self.assertIn("listening on", client.stderr.readline())
+        got = b""
+        with socket.create_connection(("127.0.0.1", port), BOUND) as bridge:
+            while part := bridge.recv(65536):
+                got += part
+        _, messages = client.communicate(timeout=BOUND)
+        data = b"DATA 3200\n\n" + bytes(3200) + b"DATA 800\n\n" + bytes(800)
+        self.assertEqual(got, b"BEGIN\r\n\r\n" + data + b"CANCEL\r\n\r\n")
+        told = [line.removeprefix("sound_client: ") for line in messages.splitlines()]
+        self.assertEqual(
+            [line for line in told if line.startswith("sent")],
+            ["sent BEGIN, 9 bytes", f"sent DATA, 0.12 s of audio in 2 blocks, {len(data)} bytes",
+             "sent CANCEL, 10 bytes"],
+        )  # fmt: skip
+        self.assertEqual((told[-1], client.returncode), ("wait soon: not a number of seconds", 1))
 
 
 if __name__ == "__main__":
