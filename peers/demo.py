@@ -13,6 +13,7 @@ import time
 from pathlib import Path
 
 import audio
+import demo_options
 import frames
 import measure
 import picture
@@ -25,7 +26,6 @@ from voice_link import LinkError, VoiceLink
 from voice_server import VoiceServer
 from waiting import free_port
 
-ROOT = Path(__file__).resolve().parent.parent
 CONNECT = 20  # seconds for the bridge to connect; it retries every 5 s
 LOG_TAIL = 15  # last lines of the bridge's log that are shown when a run fails
 
@@ -139,23 +139,6 @@ def show_end(demo: Demo, path: Path) -> None:
         print(f"Last lines of {path}:", *lines[-LOG_TAIL:], sep="\n  ", file=sys.stderr)
 
 
-def near(path: Path) -> Path:
-    """The path as seen from the current folder, when it lies below."""
-    here = Path.cwd()
-    return path.relative_to(here) if path.is_relative_to(here) else path
-
-
-def parse_arguments() -> argparse.Namespace:
-    parser = argparse.ArgumentParser(prog="demo", description="Runs everything on real speech.")
-    parser.add_argument("wav", nargs="?", help="your own speech, any format sox reads")
-    parser.add_argument("--fast", action="store_true", help="as fast as answered, not real time")
-    parser.add_argument("--snr", type=float, default=10, help="speech over noise (%(default)s dB)")
-    parser.add_argument("--out", type=Path, default=near(ROOT / "demo-out"), help="(%(default)s)")
-    build = near(ROOT / "build/release")
-    parser.add_argument("--build", type=Path, default=build, help="programs (%(default)s)")
-    return parser.parse_args()
-
-
 def perform(options: argparse.Namespace) -> int:
     scene = scenes.build(options.snr, options.wav)
     options.out.mkdir(parents=True, exist_ok=True)
@@ -172,7 +155,7 @@ def perform(options: argparse.Namespace) -> int:
 
 
 def main() -> int:
-    options = parse_arguments()
+    options = demo_options.parse()
     signal.signal(signal.SIGTERM, signal.default_int_handler)
     try:
         return perform(options)
