@@ -11,6 +11,7 @@ import signal
 import sys
 import time
 from pathlib import Path
+from typing import Callable, Iterator
 
 import audio
 import demo_options
@@ -46,18 +47,21 @@ class Demo:
         self.server = VoiceServer(self.link)
         self.switched: list[tuple[int, str]] = []
         self.told: list[tuple[int, str]] = []
-        self._plan = sorted(
-            [
-                (scene.epd_off[0], "EPD off", lambda: self.sound_client.send("epd_off")),
-                (scene.epd_off[1], "EPD on", lambda: self.sound_client.send("epd_on")),
-                (scene.sound[0], "sound on", lambda: self.node.play_sound(True)),
-                (scene.sound[1], "sound off", lambda: self.node.play_sound(False)),
-            ],
-            key=lambda step: step[0],
-        )
+        self._plan = sorted(self._switches(), key=lambda step: step[0])
         self._state = {"EPD": "on", "sound": "off"}
         self._shown = 0.0  # when progress was last shown
         self.status = "was not started"  # how the bridge ended
+
+    def _switches(self) -> Iterator[tuple[int, str, Callable[[], None]]]:
+        """When, what and how something is switched."""
+        if self.scene.epd_off:
+            begin, end = self.scene.epd_off
+            yield begin, "EPD off", lambda: self.sound_client.send("epd_off")
+            yield end, "EPD on", lambda: self.sound_client.send("epd_on")
+        if self.scene.sound:
+            begin, end = self.scene.sound
+            yield begin, "sound on", lambda: self.node.play_sound(True)
+            yield end, "sound off", lambda: self.node.play_sound(False)
 
     def run(self) -> None:
         """Plays the scene; whatever happens, nothing keeps running afterwards."""
@@ -65,12 +69,12 @@ class Demo:
             self.node.start()
             self.link.connect(CONNECT)
             self.server.play(frames.cut(self.scene.noisy.tobytes()))
-            self._show(self.link.progress()[0], last=True)
         finally:
             # The bridge first: it would be killed by a write to a voice server that has gone.
             self.status = self.node.stop()
             self.link.close()
             self.sound_client.close()
+        self._show(self.link.progress()[0], last=True)
 
     def _before_frame(self, number: int) -> None:
         """Does what is due before this frame. Frame 0 is TOF, so the recording starts at 1."""
@@ -93,9 +97,12 @@ class Demo:
         self._shown = now
         at = min(max(0, number - 1), self.scene.length()) / frames.PER_SECOND
         whole = self.scene.length() / frames.PER_SECOND
+        # As the summary counts them: of all frames those with audio.
+        back = sum(frame.kind == frames.DATA for frame in self.link.returned())
+        heard = sum(frame.kind == frames.DATA for frame in list(self.node.frames))
         text = (
-            f"{at:4.1f}/{whole:.1f} s: sent {number}, back {self.link.progress()[1]}, "
-            f"ROS {len(self.node.frames)}, utterances {len(self.node.utterances())}, "
+            f"{at:4.1f}/{whole:.1f} s: data sent {self.link.sent_counts()['data']}, back {back}, "
+            f"ROS {heard}, utterances {len(self.node.utterances())}, "
             f"EPD {self._state['EPD']}, sound {self._state['sound']}"
         )
         end = "\n" if last or not terminal else ""
@@ -106,15 +113,17 @@ class Demo:
 def write_results(demo: Demo, out: Path) -> list[str]:
     """Measures, writes all files and prints the summary; returns what was wrong."""
     scene, node = demo.scene, demo.node
-    audio.save(out / "cleaned.wav", demo.server.cleaned())
+    audio.save(out / "returned.wav", demo.server.cleaned())
     audio.save(out / "heard.wav", node.heard())
     returned = demo.link.returned()
+    comparison = measure.compare(scene, returned)
+    audio.save(out / "cleaned.wav", scenes.to_samples(comparison.cleaned).tobytes())
     run = report.Run(
         scene=scene,
         sent=demo.link.sent_counts(),
         back=frames.count(frame.kind for frame in returned),
         heard_counts=frames.count(frame.kind for frame in node.frames),
-        comparison=measure.compare(scene, returned),
+        comparison=comparison,
         heard=measure.Heard(scene, node),
         switched=demo.switched,
         told=demo.told,
@@ -140,9 +149,12 @@ def show_end(demo: Demo, path: Path) -> None:
 
 
 def perform(options: argparse.Namespace) -> int:
-    scene = scenes.build(options.snr, options.wav)
+    # First of all the recording: it may be a result of an earlier run.
+    scene = scenes.as_it_is(options.wav) if options.as_is else scenes.build(options.snr, options.wav)
     options.out.mkdir(parents=True, exist_ok=True)
-    audio.save(options.out / "clean.wav", scene.clean.tobytes())
+    report.clear(options.out)
+    if scene.clean is not None:
+        audio.save(options.out / "clean.wav", scene.clean.tobytes())
     audio.save(options.out / "noisy.wav", scene.noisy.tobytes())
     demo = Demo(scene, options)
     try:

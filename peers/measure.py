@@ -1,16 +1,20 @@
 # SPDX-License-Identifier: MIT
 """Measures what a run did, from nothing but the frames sent and received."""
 from dataclasses import dataclass
+from typing import Iterator
 
 import numpy as np
 
 import frames
 from ros_node import RosNode
-from scene import Passage, Scene, decibel, rms
+from scene import LOUD, Passage, Scene, decibel, frame_levels, rms
 from voice_link import Returned
 
 CHUNK = 100  # frames that are placed together: long enough to recognise, short beside a renewal
 SEARCH = 300  # frames back from the newest one sent in which a chunk is looked for
+FAINT = 10  # RMS of samples; what comes back below it is too close to silence to be recognised
+AUDIBLE = -50.0  # dB of full scale; quieter frames of the recording prove nothing by their absence
+BELOW_SPEECH = -20.0  # dB; in a quiet recording more than the loud frames is audible
 RECOGNISED = 0.3  # correlation above which a chunk counts as found; strangers stay below 0.2
 PRIMING = 10  # frames of averaged noise that follow the TOF of a renewal
 SETTLING = 100  # frames after the start and after each renewal in which the engines settle
@@ -34,12 +38,17 @@ class Comparison:
 
     cleaned: np.ndarray
     present: np.ndarray  # for each sample, whether it came back
+    audible: np.ndarray  # for each sample, whether it is loud enough to be judged
     chunks: list[Chunk]
     restarts: list[int]  # frames of the recording with which engines started anew
 
     def share(self) -> float:
-        """How much of the recording came back, 0 to 1."""
-        return float(np.mean(self.present))
+        """How much of what is audible in the recording came back, 0 to 1."""
+        return float(np.mean(self.present[self.audible])) if self.audible.any() else 0.0
+
+    def missing(self) -> int:
+        """Frames of the recording that did not come back."""
+        return round(float(np.mean(~self.present)) * len(self.present) / frames.SAMPLES)
 
     def delays(self) -> tuple[float, float, float]:
         """Median, lowest and highest delay in frames."""
@@ -87,6 +96,50 @@ def place(samples: np.ndarray, sent: np.ndarray, newest: int) -> tuple[int, floa
     return first + best, float(score[best])
 
 
+def parts(stretch: list[Returned]) -> Iterator[tuple[int, np.ndarray]]:
+    """The stretch in chunks: number of the first frame, samples of all."""
+    for index in range(0, len(stretch), CHUNK):
+        chunk = stretch[index : index + CHUNK]
+        if len(chunk) < CHUNK // 4:  # too short to be recognised alone
+            if index == 0:
+                continue
+            index = max(0, len(stretch) - CHUNK)
+            chunk = stretch[index:]
+        pcm = b"".join(frame.payload for frame in chunk)
+        yield index, np.frombuffer(pcm, dtype="<i2").astype(np.float64)
+
+
+@dataclass
+class Piece:
+    """A chunk in its stretch: number of its first frame there, its samples, their place in what was
+    sent or None, and how sure that is."""
+
+    index: int
+    samples: np.ndarray
+    at: int | None
+    correlation: float
+
+
+def find_pieces(stretch: list[Returned], sent: np.ndarray, delay: float | None) -> list[Piece]:
+    """Recognises the chunks of a stretch. What is near silence cannot be recognised: it is put where
+    it stands beside audio that is or, in a stretch of silence, where this delay puts it. The place of
+    anything else stays unknown."""
+    pieces = []
+    for index, samples in parts(stretch):
+        at, correlation = place(samples, sent, stretch[index].sent)
+        pieces.append(Piece(index, samples, at if correlation >= RECOGNISED else None, correlation))
+    known = [piece for piece in pieces if piece.at is not None]
+    for piece in pieces:
+        if piece.at is not None or rms(piece.samples) >= FAINT:
+            continue
+        if known:
+            near = min(known, key=lambda one: abs(one.index - piece.index))
+            piece.at = near.at + (piece.index - near.index) * frames.SAMPLES
+        elif delay is not None:
+            piece.at = round(stretch[piece.index].sent - 1 - delay) * frames.SAMPLES
+    return [piece for piece in pieces if piece.at is not None]
+
+
 def compare(scene: Scene, returned: list[Returned]) -> Comparison:
     """Finds the place of all returned audio in the recording."""
     lead = frames.SAMPLES  # the TOF sent first stands for one frame
@@ -95,25 +148,24 @@ def compare(scene: Scene, returned: list[Returned]) -> Comparison:
     chunks: list[Chunk] = []
     restarts = []
     for stretch in stretches(returned):
-        first = len(chunks)
-        for index in range(0, len(stretch), CHUNK):
-            part = stretch[index : index + CHUNK]
-            if len(part) < CHUNK // 4:  # too short to be recognised alone
-                if index == 0:
-                    continue
-                part = stretch[max(0, index + len(part) - CHUNK) : index + len(part)]
-            pcm = b"".join(frame.payload for frame in part)
-            samples = np.frombuffer(pcm, dtype="<i2").astype(np.float64)
-            at, correlation = place(samples, sent, part[0].sent)
-            if correlation < RECOGNISED:
-                continue
-            delay = part[0].sent - 1 - at / frames.SAMPLES
-            chunks.append(Chunk(at - lead, samples, correlation, delay))
-            end = min(at + len(samples), len(sent))
-            cleaned[at:end] = samples[: end - at]
-            present[at:end] = True
-        restarts += [chunk.at // frames.SAMPLES for chunk in chunks[first : first + 1]]
-    return Comparison(cleaned[lead:], present[lead:], chunks, restarts)
+        pieces = find_pieces(stretch, sent, chunks[-1].delay if chunks else None)
+        for piece in pieces:
+            start, end = max(piece.at, 0), min(piece.at + len(piece.samples), len(sent))
+            if start < end:
+                cleaned[start:end] = piece.samples[start - piece.at : end - piece.at]
+                present[start:end] = True
+            if piece.correlation >= RECOGNISED:
+                delay = stretch[piece.index].sent - 1 - piece.at / frames.SAMPLES
+                chunks.append(Chunk(piece.at - lead, piece.samples, piece.correlation, delay))
+        restarts += [max(0, piece.at - lead) // frames.SAMPLES for piece in pieces[:1]]
+    return Comparison(cleaned[lead:], present[lead:], audible(scene), chunks, restarts)
+
+
+def audible(scene: Scene) -> np.ndarray:
+    """For each sample, whether its frame is loud enough to be judged."""
+    found = frame_levels(scene.noisy.astype(np.float64))
+    loud = np.percentile(found, LOUD) * 10 ** (BELOW_SPEECH / 20)
+    return np.repeat(found >= min(loud, 32768 * 10 ** (AUDIBLE / 20)), frames.SAMPLES)
 
 
 def speech_mask(passages: list[Passage], length: int, margin: int) -> np.ndarray:

@@ -38,8 +38,10 @@ def bars(spans: list[tuple[int, int]], length: int, top: int, colour: str) -> li
     ]
 
 
-def switch(name: str, span: tuple[int, int], length: int, bottom: int) -> list[str]:
+def switch(name: str, span: tuple[int, int] | None, length: int, bottom: int) -> list[str]:
     """A band over all rows with its name on top."""
+    if not span:
+        return []
     start, end = x(span[0], length), x(span[1], length)
     middle = (start + end) / 2
     return [

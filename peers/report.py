@@ -8,11 +8,13 @@ from measure import Comparison, Heard, levels, overlap
 from scene import Passage, Scene
 
 RENEWED = "renew noize model."  # the bridge's words
+USUAL_END = "ERROR: Terminate application."  # the bridge's words when its input has ended
 EPD_LINES = ["receive sound client packet : epd_off.", "receive sound client packet : epd_on."]
 SOUND_LINES = [f"play sound state from ros node is {word}." for word in ("on", "off")]
 # A switch acts within the frames on their way, so its first and last part prove nothing.
 SETTLING = 100  # frames
-ENOUGH_BACK = 0.9  # share of sent data frames that must return
+SILENCE = -120.0  # dB of full scale; below this no sample is other than 0
+ENOUGH_BACK = 0.9  # share of the recording that must return
 ENOUGH_ALIKE = 0.3  # correlation between input and output that only the same audio reaches
 
 
@@ -54,7 +56,7 @@ def events(run: Run) -> str:
 
 def held_back(run: Run) -> list[Passage]:
     """When the ROS node should have got nothing."""
-    return [Passage(*run.scene.epd_off), Passage(*run.scene.sound)]
+    return [Passage(*span) for span in (run.scene.epd_off, run.scene.sound) if span]
 
 
 def leaked(run: Run, span: tuple[int, int]) -> tuple[int, int]:
@@ -66,42 +68,70 @@ def leaked(run: Run, span: tuple[int, int]) -> tuple[int, int]:
 def problems(run: Run) -> list[str]:
     """Why the run was no success; empty when it was one."""
     found = []
-    if run.back["data"] < ENOUGH_BACK * run.sent["data"]:
-        found.append(f"only {run.back['data']} of {run.sent['data']} data frames came back")
+    if run.back["data"] < ENOUGH_BACK * run.scene.length():
+        found.append(f"only {run.back['data']} of {run.scene.length()} data frames came back")
     correlation = run.comparison.correlation()
     if correlation < ENOUGH_ALIKE or run.comparison.share() < ENOUGH_BACK:
         share = 100 * run.comparison.share()
         found.append(
-            f"the audio that came back is not the input: {share:.0f} % of it recognised, "
-            f"correlation {correlation:.2f}"
+            f"the audio that came back is not the input: {share:.0f} % of what is audible in it "
+            f"recognised, correlation {correlation:.2f}"
         )
-    if not run.heard.utterances:
+    if not run.heard.utterances and run.scene.clean is not None:
         found.append("no utterance was found")
-    lacking = [text for text in EPD_LINES + SOUND_LINES if text not in run.log]
-    found += [f'bridge.log lacks "{text}"' for text in lacking]
-    for name, span in (("EPD was off", run.scene.epd_off), ("a sound played", run.scene.sound)):
+    found += switch_problems(run)
+    if not run.status.endswith("status 0"):
+        found.append(f"the bridge {run.status}")
+    return found
+
+
+def switch_problems(run: Run) -> list[str]:
+    """What is wrong with holding back, where the scene has it."""
+    found, words, expected = [], [], []
+    for name, span, lines in (
+        ("EPD was off", run.scene.epd_off, EPD_LINES),
+        ("a sound played", run.scene.sound, SOUND_LINES),
+    ):
+        if not span:
+            continue
+        words += lines
         count, of = leaked(run, span)
         if count or not of:
             found.append(f"while {name}, {count} of {of} frames reached the ROS node")
+    found += [f'bridge.log lacks "{text}"' for text in words if text not in run.log]
+    if run.scene.sound:
+        expected = ["epdoff", "epdon"]
     texts = [text for _, text in run.told]
-    if texts != ["epdoff", "epdon"]:
-        found.append(f"the sound client was told {texts} instead of epdoff, epdon")
-    if not run.status.endswith("status 0"):
-        found.append(f"the bridge {run.status}")
+    if texts != expected:
+        found.append(f"the sound client was told {texts} instead of {expected}")
     return found
 
 
 def summary(run: Run) -> str:
     """The figures, every one of them measured in this run."""
     rows = [*frame_rows(run), *speech_rows(run), *sound_rows(run), *end_rows(run)]
-    return "".join(f"{name:<26}{text}\n" for name, text in rows)
+    return "".join(f"{name:<26}{text}\n" for name, text in rows) + f"\n{legend(run)}\n"
+
+
+def legend(run: Run) -> str:
+    """What the counts hold beside the recording."""
+    text = """\
+Sent is the recording between a tof and an eof, then silence that pushes it out of the bridge.
+Each renewal of the noise model adds an eof, a tof and ten data frames of averaged noise to what
+comes back and to what the ROS node gets, and drops the frames under way."""
+    if held_back(run):
+        text += """
+While EPD is off or a sound plays, start and end come back but do not reach the ROS node; an
+utterance counts if its start did."""
+    return text + "\n"
 
 
 def frame_rows(run: Run) -> list[tuple[str, str]]:
     scene = run.scene
     return [
         ("speech from", scene.source),
-        ("recording", f"{seconds(scene.length()).strip()}, speech {scene.snr:g} dB above noise"),
+        ("made of it", scene.made),
+        ("recording", seconds(scene.length()).strip()),
         ("pace", run.pace),
         ("voice server sent", frames.describe(run.sent)),
         ("  got back", frames.describe(run.back)),
@@ -127,17 +157,25 @@ def speech_rows(run: Run) -> list[tuple[str, str]]:
         ),
     ]
     for name, span in (("with EPD off", run.scene.epd_off), ("while sound plays", run.scene.sound)):
-        count, of = leaked(run, span)
-        rows.append((name, f"ROS node got {count} of {of} frames (first 0.5 s, last 1 s left out)"))
+        if span:
+            count, of = leaked(run, span)
+            text = f"ROS node got {count} of {of} frames (first 0.5 s, last 1 s left out)"
+            rows.append((name, text))
     return rows
+
+
+def level(value: float) -> str:
+    return "silence" if value < SILENCE else f"{value:.1f} dB"
 
 
 def sound_rows(run: Run) -> list[tuple[str, str]]:
     rows = []
     for name, (before, after) in levels(run.scene, run.comparison).items():
-        text = f"{before:.1f} dB before, {after:.1f} dB after: {before - after:.1f} dB lower"
+        text = f"{level(before)} before, {level(after)} after"
+        if min(before, after) >= SILENCE:
+            text += f": {before - after:.1f} dB lower"
         rows.append((f"level in {name}" if name[0] != " " else f" {name}", text))
-    missing = round((1 - run.comparison.share()) * run.scene.length())
+    missing = run.comparison.missing()
     renewals = run.log.count(RENEWED)
     each = f" ({missing / renewals:.1f} a renewal)" if renewals else ""
     median, low, high = run.comparison.delays()
@@ -149,7 +187,7 @@ def sound_rows(run: Run) -> list[tuple[str, str]]:
         ),
         (
             "audio came through",
-            f"{100 * run.comparison.share():.1f} % of the recording, correlation "
+            f"{100 * run.comparison.share():.1f} % of what is audible, correlation "
             f"{run.comparison.correlation():.2f}; {missing} frames missing{each}",
         ),
     ]
@@ -158,24 +196,37 @@ def sound_rows(run: Run) -> list[tuple[str, str]]:
 
 def end_rows(run: Run) -> list[tuple[str, str]]:
     texts = ", ".join(f"{text} at {seconds(at).strip()}" for at, text in run.told) or "nothing"
+    usual = run.status.endswith("status 0") and run.log.rstrip().endswith(USUAL_END)
+    note = f'; "{USUAL_END}" in its log is its usual end' if usual else ""
     return [
         ("noise model renewed", f"{run.log.count(RENEWED)} times, by the bridge's log"),
         ("sound client was told", texts),
-        ("bridge", run.status),
+        ("bridge", run.status + note),
     ]
+
+
+RESULTS = [
+    ("noisy.wav", "before: what the voice server sent"),
+    ("cleaned.wav", "after: what it got back, at the same places; what never came is silence"),
+    ("returned.wav", "what it got back as it came, with the noise of renewals"),
+    ("heard.wav", "what the ROS node got"),
+    ("clean.wav", "the speech without noise, for comparison"),
+    ("overview.svg", "all of it in one picture"),
+    ("utterances.txt", "what happened when"),
+    ("bridge.log", "the bridge's own messages"),
+    ("summary.txt", "the figures above"),
+]
+
+
+def clear(folder: Path) -> None:
+    """Removes what an earlier run has left, so that nothing old stands beside the new."""
+    for name, _ in RESULTS:
+        (folder / name).unlink(missing_ok=True)
 
 
 def files(folder: Path) -> str:
     """Where to listen and look."""
-    rows = [
-        ("noisy.wav", "before: what the voice server sent"),
-        ("cleaned.wav", "after: what it got back"),
-        ("heard.wav", "what the ROS node got"),
-        ("clean.wav", "the speech without noise, for comparison"),
-        ("overview.svg", "all of it in one picture"),
-        ("utterances.txt", "what happened when"),
-        ("bridge.log", "the bridge's own messages"),
-    ]
-    width = max(len(str(folder / name)) for name, _ in rows) + 2
-    shown = "".join(f"  {folder / name!s:<{width}}{text}\n" for name, text in rows)
+    rows = [(folder / name, text) for name, text in RESULTS if (folder / name).exists()]
+    width = max(len(str(path)) for path, _ in rows) + 2
+    shown = "".join(f"  {path!s:<{width}}{text}\n" for path, text in rows)
     return f"Listen, e.g. with `play {folder / 'cleaned.wav'}`, and look:\n{shown}"

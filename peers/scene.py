@@ -29,7 +29,8 @@ RENEWAL = 500  # the bridge looks every so many frames whether it may renew its 
 # count drifts by a few frames each time because markers count too and renewals drop frames.
 QUIET_BEFORE, QUIET_AFTER = 60, 40
 SPEECH_LEVEL = -24.0  # dB below full scale, RMS: a usual speaking level with room for peaks
-QUIETEST = 10  # RMS of the samples; below it there is little but rounding noise
+LOUD = 98  # percentile of the frames' levels that counts as the loudest; above it are clicks
+QUIETEST = 10  # RMS of loud frames; below it there is little but rounding noise
 SHORTEST, LONGEST = 40, 60  # seconds of recording: several renewals, yet done within two minutes
 SEED = 1  # every run gets the same noise
 
@@ -46,13 +47,13 @@ class Passage:
 class Scene:
     """Recording and plan of the demo; sample arrays are int16, times in frames."""
 
-    clean: np.ndarray
+    clean: np.ndarray | None  # None: no noise was added
     noisy: np.ndarray
     passages: list[Passage]
-    epd_off: tuple[int, int]
-    sound: tuple[int, int]
-    snr: float
+    epd_off: tuple[int, int] | None  # None: never
+    sound: tuple[int, int] | None
     source: str
+    made: str  # what was done to the source: cut, repeated, mixed
 
     def length(self) -> int:
         return len(self.noisy) // frames.SAMPLES
@@ -66,14 +67,19 @@ def rms(samples: np.ndarray) -> float:
     return float(np.sqrt(np.mean(np.square(samples, dtype=np.float64)))) if len(samples) else 0.0
 
 
+def frame_levels(samples: np.ndarray) -> np.ndarray:
+    """RMS of each whole frame."""
+    whole = samples[: len(samples) // frames.SAMPLES * frames.SAMPLES]
+    return np.sqrt(np.mean(whole.reshape(-1, frames.SAMPLES) ** 2, axis=1))
+
+
 def find_speech(samples: np.ndarray, gap: int) -> list[Passage]:
     """Where it is loud: within 30 dB of the loudest frames, gaps below `gap` frames bridged."""
-    whole = samples[: len(samples) // frames.SAMPLES * frames.SAMPLES]
-    levels = np.sqrt(np.mean(whole.reshape(-1, frames.SAMPLES) ** 2, axis=1))
+    levels = frame_levels(samples)
     if not len(levels) or levels.max() <= 0:
         return []
     found: list[Passage] = []
-    for index in np.flatnonzero(levels > np.percentile(levels, 98) * 10 ** (-30 / 20)):
+    for index in np.flatnonzero(levels > np.percentile(levels, LOUD) * 10 ** (-30 / 20)):
         if found and index - found[-1].end < gap:
             found[-1].end = int(index) + 1
         else:
@@ -81,20 +87,31 @@ def find_speech(samples: np.ndarray, gap: int) -> list[Passage]:
     return [passage for passage in found if passage.end - passage.start >= 10]  # not clicks
 
 
+def load_samples(path: str | Path) -> np.ndarray:
+    samples = whole_frames(np.frombuffer(audio.load(path), dtype="<i2").astype(np.float64))
+    if not len(samples) or np.percentile(frame_levels(samples), LOUD) < QUIETEST:
+        raise audio.AudioError(f"{path}: no sound in it, or hardly any")
+    return samples
+
+
 def load_clip(path: str | Path) -> np.ndarray:
     """Samples of one recording, without silence at both ends, at the usual level."""
-    samples = np.frombuffer(audio.load(path), dtype="<i2").astype(np.float64)
+    samples = load_samples(path)
     speech = find_speech(samples, gap=len(samples))
-    if not speech or rms(samples) < QUIETEST:
+    if not speech:
         raise audio.AudioError(f"{path}: no sound in it, or hardly any")
     margin = 5  # frames kept at both ends, for soft consonants
     start, end = max(0, speech[0].start - margin), speech[0].end + margin
-    samples = samples[start * frames.SAMPLES : end * frames.SAMPLES]
-    samples = np.pad(samples, (0, -len(samples) % frames.SAMPLES))
+    samples = whole_frames(samples[start * frames.SAMPLES : end * frames.SAMPLES])
     fade = np.linspace(0, 1, frames.SAMPLES)
     samples[: len(fade)] *= fade
     samples[-len(fade) :] *= fade[::-1]
     return samples * (32768 * 10 ** (SPEECH_LEVEL / 20) / rms(samples))
+
+
+def whole_frames(samples: np.ndarray) -> np.ndarray:
+    """A copy with the last frame filled up."""
+    return np.pad(samples, (0, -len(samples) % frames.SAMPLES))
 
 
 def lay_out(lengths: list[int]) -> list[Passage]:
@@ -120,23 +137,29 @@ def pink_noise(count: int, level: float) -> np.ndarray:
     return noise * (level / rms(noise))
 
 
-def speech_of_package() -> tuple[np.ndarray, list[Passage]]:
+def speech_of_package() -> tuple[np.ndarray, list[Passage], str]:
     clips = [load_clip(RECORDINGS / name) for name in SPOKEN]
     passages = lay_out([len(clip) // frames.SAMPLES for clip in clips])
     clean = np.zeros((passages[-1].end + LEAD) * frames.SAMPLES)
     for clip, passage in zip(clips, passages):
         clean[passage.start * frames.SAMPLES :][: len(clip)] = clip
-    return clean, passages
+    return clean, passages, "all brought to one level, with pauses between them"
 
 
-def speech_of_user(path: str) -> tuple[np.ndarray, list[Passage]]:
-    """The file as it is, repeated when it is short, cut when it is long."""
-    clip = np.concatenate([load_clip(path), np.zeros(PAUSE * frames.SAMPLES)])
+def speech_of_user(path: str) -> tuple[np.ndarray, list[Passage], str]:
+    """The file's speech, repeated when it is short, cut when it is long."""
+    clip = load_clip(path)
+    made = f"silence at its ends cut off ({len(clip) / frames.RATE:.1f} s are left), level set"
+    clip = np.concatenate([clip, np.zeros(PAUSE * frames.SAMPLES)])
     times = -(-SHORTEST * frames.RATE // len(clip))
     spoken = np.tile(clip, times)[: LONGEST * frames.RATE]
+    if times > 1:
+        made += f", repeated: {times} times in all"
+    if len(spoken) < times * len(clip):
+        made += f", shortened to {LONGEST} s"
     lead = np.zeros(LEAD * frames.SAMPLES)
     clean = np.concatenate([lead, spoken, lead])
-    return clean, find_speech(clean, gap=30)  # shorter pauses belong to the passage
+    return clean, find_speech(clean, gap=30), made  # shorter pauses belong to the passage
 
 
 def plan(passages: list[Passage], number: int, length: int, fraction: float) -> tuple[int, int]:
@@ -150,7 +173,7 @@ def plan(passages: list[Passage], number: int, length: int, fraction: float) -> 
 
 def build(snr: float, path: str | None = None) -> Scene:
     """The whole scene; `snr` in dB is speech in passages over noise. Raises AudioError."""
-    clean, passages = speech_of_user(path) if path else speech_of_package()
+    clean, passages, made = speech_of_user(path) if path else speech_of_package()
     clean = clean[: len(clean) // frames.SAMPLES * frames.SAMPLES]
     length = len(clean) // frames.SAMPLES
     speech = 32768 * 10 ** (SPEECH_LEVEL / 20)
@@ -161,8 +184,22 @@ def build(snr: float, path: str | None = None) -> Scene:
         passages=passages,
         epd_off=plan(passages, EPD_PASSAGE, length, 0.3),
         sound=plan(passages, SOUND_PASSAGE, length, 0.6),
-        snr=snr,
         source=path or f"{len(SPOKEN)} recordings of {RECORDINGS}",
+        made=f"{made}, mixed with noise {snr:g} dB below the speech",
+    )
+
+
+def as_it_is(path: str) -> Scene:
+    """The recording whole, and nothing that would hold a part of it back. Raises AudioError."""
+    samples = load_samples(path)
+    return Scene(
+        clean=None,
+        noisy=to_samples(samples),
+        passages=find_speech(samples, gap=30),
+        epd_off=None,
+        sound=None,
+        source=path,
+        made="nothing, it is whole and as it is; EPD stays on and no sound plays",
     )
 
 
