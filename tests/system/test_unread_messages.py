@@ -59,7 +59,7 @@ class FullPipe(FaultStory):
         self.addCleanup(self.plain.close)
         self.expect_interrupted()
 
-    @unittest.skipIf(SANITIZED, "a sanitizer cannot start with so few descriptors, and says so")
+    @unittest.skipIf(SANITIZED, "a sanitizer cannot look at memory without a descriptor of its own")
     def test_when_no_engine_can_be_started(self):
         self.start_unread(through=("prlimit", "--nofile=4"))
         self.expect_interrupted()
