@@ -41,9 +41,11 @@ class LiveInput:
         threading.Thread(target=self._read, name="live input", daemon=True).start()
 
     def begin(self) -> None:
-        """From now on the audio counts; all that came before is gone."""
+        """From now on the audio counts; all that came before is gone. May be called again."""
         deadline = time.monotonic() + SETTLING
         with self._changed:
+            self._begun = False
+            self._drop(len(self._waiting))
             while time.monotonic() < deadline and self._take():
                 pass
             self._begun = True
@@ -91,9 +93,12 @@ class LiveInput:
             data = b""  # a terminal that has gone ends the input like a pipe whose writer has
         self._ended = not data
         self._waiting += data
-        over = len(self._waiting) - (MOST if self._begun else 0)
+        self._drop(len(self._waiting) - (MOST if self._begun else 0))
+        return True
+
+    def _drop(self, over: int) -> None:
+        """Throws the oldest bytes away; the lock is held."""
         over -= over % 2  # half a sample waits for its other half
         if over > 0:
             del self._waiting[:over]
             self._gone[self._begun] += over
-        return True

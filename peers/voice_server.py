@@ -8,6 +8,7 @@ Live:     arecord -t raw -r 16000 -f S16_LE -c 1 | peers/voice_server.py - --out
 import argparse
 import signal
 import sys
+import time
 from typing import Iterable
 
 import audio
@@ -102,36 +103,75 @@ def begin(live: LiveInput) -> Iterable[bytes]:
     return live.payloads()
 
 
-def play(options: argparse.Namespace, link: VoiceLink, live: LiveInput | None) -> None:
-    server = VoiceServer(link, markers=not options.no_markers)
-    source = [] if live else waiting_audio(options)
+class Source:
+    """The audio, from its beginning again for a connection that the bridge has not come to read."""
+
+    def __init__(self, options: argparse.Namespace, live: LiveInput | None) -> None:
+        self._live = live
+        self._rest = iter([] if live else waiting_audio(options))
+        self._sent: list[bytes] = []  # while nothing has come back
+
+    def payloads(self, link: VoiceLink) -> Iterable[bytes]:
+        return begin(self._live) if self._live else self._once_more(link)
+
+    def _once_more(self, link: VoiceLink) -> Iterable[bytes]:
+        yield from list(self._sent)
+        for payload in self._rest:
+            if link.progress()[1] == 0:
+                self._sent.append(payload)
+            yield payload
+
+
+def play(options: argparse.Namespace, live: LiveInput | None) -> None:
+    """Plays to the first connection that the bridge reads. One that is made while it pauses between
+    two attempts is reset at the next of them, which takes up to five seconds."""
+    source = Source(options, live)
     recording = audio.Recording(options.out) if options.out else None
-    try:
-        link.connect(options.wait)
-        server.play(begin(live) if live else source)
-        if options.stay:
-            say("all sent, staying connected until the bridge ends or Ctrl-C")
-            link.wait_closed()
-    except KeyboardInterrupt:
-        say("interrupted")
-    finally:
-        link.close()
-        if live and live.late() > 0:
-            say(f"threw away {live.late():.1f} s that came faster than the bridge took it; "
-                "--whole plays all of a pipe")  # fmt: skip
-        if link.was_connected():
-            print(server.summary(), flush=True)
-        if recording:
-            recording.save(server.cleaned())
+    last = time.monotonic() + options.wait
+    while True:
+        link = VoiceLink(options.host, options.port, fast=options.fast, live=live is not None)
+        server = VoiceServer(link, markers=not options.no_markers)
+        try:
+            play_once(server, source, options)
+            break
+        except KeyboardInterrupt:
+            say("interrupted")
+            break
+        except LinkError:
+            if not link.was_connected() or link.progress()[1] > 0 or time.monotonic() > last:
+                report(server, live, recording)
+                raise
+            say("the bridge did not come to read; once more")
+        finally:
+            link.close()
+    report(server, live, recording)
+
+
+def play_once(server: VoiceServer, source: Source, options: argparse.Namespace) -> None:
+    server.link.connect(options.wait)
+    server.play(source.payloads(server.link))
+    if options.stay:
+        say("all sent, staying connected until the bridge ends or Ctrl-C")
+        server.link.wait_closed()
+
+
+def report(server: VoiceServer, live: LiveInput | None, recording: audio.Recording | None) -> None:
+    """What has become of the audio, once there is no more to come."""
+    if live and live.late() > 0:
+        say(f"threw away {live.late():.1f} s that came faster than the bridge took it; "
+            "--whole plays all of a pipe")  # fmt: skip
+    if server.link.was_connected():
+        print(server.summary(), flush=True)
+    if recording:
+        recording.save(server.cleaned())
 
 
 def main() -> int:
     options = parse_arguments()
     signal.signal(signal.SIGTERM, signal.default_int_handler)
     live = open_live(options)
-    link = VoiceLink(options.host, options.port, fast=options.fast, live=live is not None)
     try:
-        play(options, link, live)
+        play(options, live)
     except (audio.AudioError, LinkError) as error:
         say(str(error))
         return 1

@@ -11,6 +11,7 @@ import unittest
 from pathlib import Path
 
 import frames
+from fault_story import reset
 from live_input import LATEST, LiveInput
 from story import BOUND, number_of, numbered
 from waiting import free_port, until
@@ -22,7 +23,8 @@ OLD, NEW = 1, 2  # first samples of frames from before and after the bridge was 
 class Echo:
     """A bridge without engines: returns each frame at once."""
 
-    def __init__(self, port: int) -> None:
+    def __init__(self, port: int, resets: int = 0) -> None:
+        self._resets = resets  # connections that are reset unread, as between two attempts
         self.got: list[tuple[int, int]] = []  # type and first sample of each frame
         self._listener = socket.create_server(("127.0.0.1", port))
         threading.Thread(target=self._serve, daemon=True).start()
@@ -32,6 +34,10 @@ class Echo:
         return [first for kind, first in self.got if kind == frames.DATA and first]
 
     def _serve(self) -> None:
+        for _ in range(self._resets):
+            peer, _ = self._listener.accept()
+            peer.recv(1, socket.MSG_PEEK)  # something has been sent
+            reset(peer)
         peer, _ = self._listener.accept()
         with self._listener, peer:
             cutter = frames.Cutter()
@@ -129,6 +135,25 @@ class VoiceServerScript(unittest.TestCase):
         echo = Echo(self.port)
         self.finish()
         self.assertEqual(echo.data(), [OLD] * 150)
+
+    def test_connection_that_the_bridge_did_not_read_is_made_again(self):
+        self.launch("--whole")
+        self.write(OLD, 20)
+        echo = Echo(self.port, resets=2)
+        self.wait_for(lambda: echo.got, "the first frame")
+        self.write(NEW, 20)
+        messages = self.finish()
+        self.assertEqual(echo.data(), [OLD] * 20 + [NEW] * 20)
+        self.assertEqual(messages.count("the bridge did not come to read; once more"), 2)
+
+    def test_microphone_is_heard_afresh_when_it_was_not_read(self):
+        self.launch()
+        echo = Echo(self.port, resets=1)
+        self.wait_for(lambda: self.write(OLD, 1) or echo.got, "the first frame")
+        self.write(NEW, 20)
+        messages = self.finish()
+        self.assertEqual(echo.data()[-20:], [NEW] * 20)
+        self.assertEqual(messages.count("the bridge did not come to read; once more"), 1)
 
     def test_input_that_has_ended_too_early_is_told(self):
         self.launch()
