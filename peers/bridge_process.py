@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The bridge as a child process, with its engines, none of which outlives us."""
+"""The bridge as a child process, with its engines. stop() ends them all; whoever is killed outright
+leaves a bridge behind that ends only once it has met both peers."""
 import os
 import signal
 import subprocess

@@ -188,7 +188,7 @@ def sound_rows(run: Run) -> list[tuple[str, str]]:
         (
             "audio came through",
             f"{100 * run.comparison.share():.1f} % of what is audible, correlation "
-            f"{run.comparison.correlation():.2f}; {missing} frames missing{each}",
+            f"{run.comparison.correlation():.2f}; {missing} of its frames missing{each}",
         ),
     ]
     return rows

@@ -125,19 +125,25 @@ def engine_of(command: list[str]) -> str:
     return engine
 
 
-def broken_pipe(command: list[str]) -> str:
-    """What usually is behind a bridge killed by SIGPIPE, which itself says nothing."""
+SEE_TABLE = 'see the table "When does it end" in README.md'
+
+
+def broken_pipe(command: list[str], heard: bool) -> str:
+    """What usually is behind a bridge killed by SIGPIPE, which itself says nothing. heard: frames
+    have come, so there were engines."""
     engine = engine_of(command)
     if not os.path.isfile(engine):
         reason = f"the engine {engine} is not there (-b)"
     elif not os.access(engine, os.X_OK):
         reason = f"the engine {engine} is not executable (-b)"
+    elif heard:
+        reason = "usually a voice server that has finished and closed its connection"
     else:
         reason = (
             "usually an engine that ended, at once if its settings are wrong "
             f"(`{engine} --check FILE` tells), or a voice server that closed its connection"
         )
-    return f"{reason}; see the table \"When does it end\" in README.md"
+    return f"{reason}; {SEE_TABLE}"
 
 
 def parse_arguments() -> argparse.Namespace:
@@ -159,6 +165,7 @@ def parse_arguments() -> argparse.Namespace:
 def main() -> int:
     options = parse_arguments()
     signal.signal(signal.SIGTERM, signal.default_int_handler)
+    signal.signal(signal.SIGHUP, signal.default_int_handler)  # a terminal that is closed
     try:
         recording = audio.Recording(options.out) if options.out else None
     except audio.AudioError as error:
@@ -188,14 +195,17 @@ def run(node: RosNode) -> int:
     except (BrokenPipeError, KeyboardInterrupt):
         pass  # by hand, or the bridge has ended; the status below tells
     finally:
-        signal.signal(signal.SIGTERM, signal.SIG_IGN)  # the bridge's end now comes from us
+        for number in (signal.SIGTERM, signal.SIGHUP):  # the bridge's end now comes from us
+            signal.signal(number, signal.SIG_IGN)
         status = node.stop()
         counts = frames.count(frame.kind for frame in node.frames)
         say(f"bridge {status}; frames: {frames.describe(counts)}")
     if "killed by" not in status or "needed" in status:
+        if "by itself" in status:
+            say(f"it has said why, if not clearly; {SEE_TABLE}")
         return 0
     if "SIGPIPE" in status:
-        say(broken_pipe(node.bridge.command))
+        say(broken_pipe(node.bridge.command, bool(node.frames)))
     return 1
 
 

@@ -28,7 +28,7 @@ KEYWORDS = {
 # The bridge skips four bytes behind a keyword; two line ends are consumed exactly.
 TERMINATOR = b"\r\n\r\n"
 DATA_BLOCK = 3200  # bytes of audio in one DATA block, 0.1 s; the bridge reads 1 KiB each round
-HELP = "commands, capitals or not: begin, end, cancel, epd_on, epd_off, data FILE, wait SECONDS"
+HELP = "commands, capitals or not: begin, end, cancel, epd_on, epd_off, data FILE, wait SECONDS, quit"
 
 
 class CommandError(Exception):
@@ -181,6 +181,8 @@ def pause(words: list[str]) -> None:
 
 def run(client: SoundClient, options: argparse.Namespace) -> None:
     for words in commands(options.command):
+        if words[0].lower() == "quit":
+            return
         try:
             if words[0].lower() == "wait":
                 pause(words)

@@ -2,6 +2,7 @@
 """The stand-ins as commands that somebody types: what they say when something is wrong, and the exit
 status that tells a script."""
 import os
+import signal
 import socket
 import subprocess
 import sys
@@ -9,9 +10,11 @@ import unittest
 from pathlib import Path
 
 import frames
+from ros_node import broken_pipe
 from sound_client import SoundClient
 from story import BOUND, BRIDGE, SCRIPTED_ENGINE, Story
 from voice_link import LinkError
+from waiting import until
 
 PEERS = Path(frames.__file__).parent
 BAD = "/nonexistent/heard.wav"
@@ -86,6 +89,27 @@ class RosNodeCommand(Story):
         status, messages = self.end_of_bridge(str(SCRIPTED_ENGINE))
         self.assertEqual(status, 1)
         self.assertIn("usually an engine that ended, at once if its settings are wrong", messages)
+
+
+    def test_closed_terminal_leaves_no_bridge(self):
+        # It still waits for its peers, so it would not notice that its input has ended.
+        command = [sys.executable, "-B", str(PEERS / "ros_node.py"), "--", str(BRIDGE)]
+        command += ["-i", "127.0.0.1", "-c", str(self.client_port), "-s", str(self.server_port)]
+        source, sink = os.pipe()
+        self.addCleanup(os.close, sink)
+        with open(source) as stdin:
+            node = subprocess.Popen(
+                [*command, "-b", str(SCRIPTED_ENGINE)], stdin=stdin, stderr=subprocess.PIPE, text=True
+            )
+        self.addCleanup(node.kill)
+        until(lambda: "Connecting" in node.stderr.readline(), BOUND)
+        node.send_signal(signal.SIGHUP)
+        _, messages = node.communicate(timeout=BOUND)
+        self.assertIn("bridge needed SIGINT, status 0", messages)
+
+    def test_voice_server_that_has_finished_is_named(self):
+        self.assertIn("a voice server that has finished", broken_pipe(["-b", str(SCRIPTED_ENGINE)], heard=True))
+        self.assertIn("usually an engine", broken_pipe(["-b", str(SCRIPTED_ENGINE)], heard=False))
 
 
 class SoundClientCommands(Story):
