@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int START_WAIT_MS = 30000;  // valgrind and strace start slowly
+constexpr int START_WAIT_MS = 120000;  // valgrind and strace start slowly
 constexpr int RETRY_US = 2000;
 constexpr int END_WAIT_S = 5;
 

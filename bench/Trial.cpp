@@ -21,6 +21,7 @@ constexpr uint32_t RENEWAL_SUPPLY = 128;  // frames: passes of some milliseconds
 constexpr int SILENCE_MS = 20000;         // of a program that is given up; valgrind is slow
 constexpr int END_WAIT_S = 20;
 constexpr auto SETTLE_STEP = std::chrono::milliseconds(1);
+constexpr auto QUIET = std::chrono::milliseconds(300);
 
 // Takes what has arrived, up to the room there is; false: nothing more now.
 template <typename Receive>
@@ -121,18 +122,23 @@ void Trial::pace() {
     settle();
 }
 
-// Whether the program is done with all frames: it has read them, and those that its delay line
-// holds stay there. One without a delay line may have read them into a buffer of its own, and has
-// to return them.
-bool Trial::isSettled() const {
-    return unreadBytes(peers_.voicePort()) == 0 && (!plan_.plain || returned_.last() == sent_);
-}
-
+// Waits until the program is done with all frames: it has read them, and those that its delay line
+// holds stay there. One without a delay line may have read ahead of what it returns, so it also
+// gets the time to return the rest; what an engine answers too late for its pass may still stay
+// inside.
 void Trial::settle() {
-    for (auto waited = SETTLE_STEP; !isSettled(); waited += SETTLE_STEP) {
+    auto quiet = SETTLE_STEP;  // for so long no frame has come back
+    for (auto waited = SETTLE_STEP; true; waited += SETTLE_STEP, quiet += SETTLE_STEP) {
+        const bool read = unreadBytes(peers_.voicePort()) == 0;
+        const bool returned = !plan_.plain || returned_.last() == sent_ || quiet > QUIET;
+        if (read && returned)
+            break;
         if (waited.count() > SILENCE_MS)
-            throw std::runtime_error("the program does not take or return all frames");
+            throw std::runtime_error("the program does not read");
+        const uint32_t last = returned_.last();
         exchange(0);
+        if (returned_.last() != last)
+            quiet = {};
         std::this_thread::sleep_for(SETTLE_STEP);
     }
     exchange(0);

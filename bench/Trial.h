@@ -46,7 +46,6 @@ class Trial {
     void pace();
     uint32_t roomInWindow() const;
     void noteRenewals();
-    bool isSettled() const;
     void settle();
     void send(uint32_t count);
     bool exchange(int timeout_ms);

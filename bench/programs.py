@@ -6,7 +6,7 @@ import shutil
 import subprocess
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-RUN_LIMIT_S = 150  # of one run of the driver; the longest takes about a minute
+RUN_LIMIT_S = 300  # of one run of the driver; the longest takes about a minute
 
 
 class Failed(Exception):
