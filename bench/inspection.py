@@ -11,7 +11,7 @@ import subprocess
 import tempfile
 
 UTTERANCE = ["--utterance"]  # no renewal comes
-QUIET = []                   # noise is gathered, and every 500th result renews the noise model
+QUIET = []  # noise is gathered, and every 500th result renews the noise model
 
 
 def in_scratch(measure):
@@ -44,9 +44,15 @@ def instructions(programs, program, options, lengths):
         def total():
             with open(out, encoding="utf-8") as profile:
                 return int(re.search(r"^totals: (\d+)", profile.read(), re.MULTILINE).group(1))
-        prefix = ["valgrind", "--tool=callgrind", "--trace-children=no",
-                  f"--callgrind-out-file={out}"]
+
+        prefix = [
+            "valgrind",
+            "--tool=callgrind",
+            "--trace-children=no",
+            f"--callgrind-out-file={out}",
+        ]
         return between(programs, program, options, lengths, prefix, total)
+
     return in_scratch(measure)
 
 
@@ -57,15 +63,26 @@ def top_functions(programs, lengths, count):
     costs = []
     frames = []
     for length in lengths:
+
         def measure(out, length=length):
-            prefix = ["valgrind", "--tool=callgrind", "--trace-children=no",
-                      f"--callgrind-out-file={out}"]
-            report = programs.run(programs.bridge, "--frames", str(length), *UTTERANCE,
-                                  prefix=prefix)
+            prefix = [
+                "valgrind",
+                "--tool=callgrind",
+                "--trace-children=no",
+                f"--callgrind-out-file={out}",
+            ]
+            report = programs.run(
+                programs.bridge, "--frames", str(length), *UTTERANCE, prefix=prefix
+            )
             frames.append(passes_of(report))
-            text = subprocess.run(["callgrind_annotate", "--threshold=100", out],
-                                  capture_output=True, text=True, check=True).stdout
+            text = subprocess.run(
+                ["callgrind_annotate", "--threshold=100", out],
+                capture_output=True,
+                text=True,
+                check=True,
+            ).stdout
             costs.append(functions_of(text))
+
         in_scratch(measure)
     growth = costs[1]
     growth.subtract(costs[0])
@@ -89,8 +106,9 @@ def calls_of_passes(programs, frames):
         return None
 
     def measure(out):
-        programs.run(programs.bridge, "--frames", str(frames), *UTTERANCE,
-                     prefix=["strace", "-o", out])
+        programs.run(
+            programs.bridge, "--frames", str(frames), *UTTERANCE, prefix=["strace", "-o", out]
+        )
         passes = []
         with open(out, encoding="utf-8", errors="replace") as trace:
             for line in trace:
@@ -100,11 +118,13 @@ def calls_of_passes(programs, frames):
                 if passes:
                     passes[-1][name] += 1
         return passes
+
     return in_scratch(measure)
 
 
 def allocations(programs, options, lengths):
     """Heap allocations a frame, and the bytes by which the peak of the longer run is higher."""
+
     def measure(out):
         peaks = []
 
@@ -113,7 +133,9 @@ def allocations(programs, options, lengths):
                 calls, peak = map(int, counts.read().split())
             peaks.append(peak)
             return calls
+
         prefix = ["env", f"MALLOC_COUNT_REPORT={out}", f"LD_PRELOAD={programs.malloc_count}"]
         rate = between(programs, programs.bridge, options, lengths, prefix, total)
         return rate, peaks[1] - peaks[0]
+
     return in_scratch(measure)

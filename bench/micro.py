@@ -12,12 +12,18 @@ def results(programs, smoke):
     if not os.access(programs.micro, os.X_OK):
         return None
     done = subprocess.run(
-        [programs.micro, "--benchmark_format=json",
-         f"--benchmark_min_time={0.01 if smoke else 0.05}",
-         f"--benchmark_repetitions={1 if smoke else 7}",
-         "--benchmark_enable_random_interleaving=true"]
+        [
+            programs.micro,
+            "--benchmark_format=json",
+            f"--benchmark_min_time={0.01 if smoke else 0.05}",
+            f"--benchmark_repetitions={1 if smoke else 7}",
+            "--benchmark_enable_random_interleaving=true",
+        ]
         + (["--benchmark_filter=-parse.*/8"] if smoke else []),
-        capture_output=True, text=True, check=True)
+        capture_output=True,
+        text=True,
+        check=True,
+    )
     scale = {"ns": 1, "us": 1e3, "ms": 1e6}
     found = {}
     for case in json.loads(done.stdout)["benchmarks"]:
@@ -43,19 +49,29 @@ def add_rows(table, found):
         fresh = time[f"buildFrameNewBuilder/{order}"]
         table.at_most(f"building a frame, {name}", built, most, "{:.0f} ns")
         table.at_most("  with a new builder", fresh, most, "{:.0f} ns")
-        table.at_least("  times faster than the reference reading",
-                       time[f"buildFrameReference/{order}"] / built, 50, "{:.0f}")
+        table.at_least(
+            "  times faster than the reference reading",
+            time[f"buildFrameReference/{order}"] / built,
+            50,
+            "{:.0f}",
+        )
     if "parseData/8" in time:
-        table.at_most("sound client: 8 MB block by 4 MB block",
-                      time["parseData/8"] / time["parseData/4"], 2.2, "{:.2f}")
+        table.at_most(
+            "sound client: 8 MB block by 4 MB block",
+            time["parseData/8"] / time["parseData/4"],
+            2.2,
+            "{:.2f}",
+        )
         for case, name in (("parseJunk", "junk"), ("parseNearKeywords", "near keywords")):
-            table.at_most(f"  {name}: 8 MB by 4 MB", time[f"{case}/8"] / time[f"{case}/4"], 2.2,
-                          "{:.2f}")
+            table.at_most(
+                f"  {name}: 8 MB by 4 MB", time[f"{case}/8"] / time[f"{case}/4"], 2.2, "{:.2f}"
+            )
             table.at_most("    kept of it", found[f"{case}/8"]["kept"], 2048, "{:.0f} bytes")
     table.at_most("renewal: averaging and frames", time["renewalFrames"] / 1e6, 0.2, "{:.4f} ms")
     table.add("noise average", f"{time['noiseAverage'] / 1e3:.1f} us")
-    table.add("one createResultData step",
-              f"{found['createResultData']['ns_per_frame']:.0f} ns")
+    table.add("one createResultData step", f"{found['createResultData']['ns_per_frame']:.0f} ns")
     table.add("header of a frame", f"{time['headerOf']:.1f} ns")
-    table.add("packing 160 samples, equal, different",
-              f"{time['packSamples/1']:.0f}, {time['packSamples/0']:.0f} ns")
+    table.add(
+        "packing 160 samples, equal, different",
+        f"{time['packSamples/1']:.0f}, {time['packSamples/0']:.0f} ns",
+    )

@@ -37,10 +37,19 @@ class Programs:
 
     def run(self, program, *options, prefix=()):
         """One run; prefix is put in front of the program. Returns the driver's report."""
-        command = [self.driver, "--engine", self.engine, *self.options(program), *options, "--",
-                   *prefix, *program]
-        done = subprocess.run(command, capture_output=True, text=True, timeout=RUN_LIMIT_S,
-                              check=False)
+        command = [
+            self.driver,
+            "--engine",
+            self.engine,
+            *self.options(program),
+            *options,
+            "--",
+            *prefix,
+            *program,
+        ]
+        done = subprocess.run(
+            command, capture_output=True, text=True, timeout=RUN_LIMIT_S, check=False
+        )
         if done.returncode != 0:
             raise Failed(f"{' '.join(command)}:\n{done.stdout}{done.stderr}")
         return json.loads(done.stdout)

@@ -31,7 +31,8 @@ class BridgeProcess:
         except OSError as error:
             raise StartError(f"{self.log}: {error.strerror}") from error
         try:
-            # A process group of its own: Ctrl-C reaches us only, and we end the bridge in good order.
+            # A process group of its own: Ctrl-C reaches us only, and we end the bridge in good
+            # order.
             self._process = subprocess.Popen(
                 self.command,
                 stdin=subprocess.PIPE,

@@ -129,7 +129,9 @@ def write_results(demo: Demo, out: Path) -> list[str]:
         told=demo.told,
         log=(out / "bridge.log").read_text(errors="replace"),
         status=demo.status,
-        pace="as fast as answered: more delay and more missing frames than in real time" if demo.fast else "real time",
+        pace="as fast as answered: more delay and more missing frames than in real time"
+        if demo.fast
+        else "real time",
     )
     (out / "utterances.txt").write_text(report.events(run))
     (out / "overview.svg").write_text(picture.draw(scene, run.comparison, run.heard))
@@ -150,7 +152,9 @@ def show_end(demo: Demo, path: Path) -> None:
 
 def perform(options: argparse.Namespace) -> int:
     # First of all the recording: it may be a result of an earlier run.
-    scene = scenes.as_it_is(options.wav) if options.as_is else scenes.build(options.snr, options.wav)
+    scene = (
+        scenes.as_it_is(options.wav) if options.as_is else scenes.build(options.snr, options.wav)
+    )
     options.out.mkdir(parents=True, exist_ok=True)
     report.clear(options.out)
     if scene.clean is not None:

@@ -33,9 +33,10 @@ def parse() -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         prog="demo",
         description="Runs everything on real speech and measures what comes out.",
-        epilog="A recording of your own loses the silence at its ends, is brought to the usual level, "
-        "repeated up to 40 s or shortened to 60 s, and gets noise; for 5 s each EPD is off and a sound "
-        "plays, so that the ROS node gets nothing. With --as-is nothing of all that is done.",
+        epilog="A recording of your own loses the silence at its ends, is brought to the usual "
+        "level, repeated up to 40 s or shortened to 60 s, and gets noise; for 5 s each EPD is "
+        "off and a sound plays, so that the ROS node gets nothing. With --as-is nothing of all that "
+        "is done.",
         allow_abbrev=False,
     )
     parser.add_argument("wav", nargs="?", help="your own speech, any format sox reads")

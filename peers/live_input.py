@@ -3,7 +3,8 @@
 
 A pipe holds two seconds of audio. Whoever reads it only when the bridge is there finds them waiting
 and, as new audio comes no slower than old audio may be sent, stays two seconds behind for good. So
-this one reads all the time: before begin() to throw away, then to send, with a second waiting at most.
+this one reads all the time: before begin() to throw away, then to send, with a second waiting at
+most.
 """
 import os
 import select
@@ -16,8 +17,10 @@ import frames
 
 BYTES_PER_SECOND = frames.PER_SECOND * frames.PAYLOAD_SIZE
 BLOCK = 65536  # what a pipe holds
-SETTLING = 0.5  # seconds for reading what already waits; a source that never pauses has no fresh end
-# Seconds of audio that may wait while the bridge is held up. Recorders hand over half a second at once.
+# Seconds for reading what already waits; a source that never pauses has no fresh end.
+SETTLING = 0.5
+# Seconds of audio that may wait while the bridge is held up. Recorders hand over half a second at
+# once.
 LATEST = 1.0
 MOST = int(LATEST * BYTES_PER_SECOND)
 

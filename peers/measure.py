@@ -121,9 +121,9 @@ class Piece:
 
 
 def find_pieces(stretch: list[Returned], sent: np.ndarray, delay: float | None) -> list[Piece]:
-    """Recognises the chunks of a stretch. What is near silence cannot be recognised: it is put where
-    it stands beside audio that is or, in a stretch of silence, where this delay puts it. The place of
-    anything else stays unknown."""
+    """Recognises the chunks of a stretch. What is near silence cannot be recognised: it is put
+    where it stands beside audio that is or, in a stretch of silence, where this delay puts it. The
+    place of anything else stays unknown."""
     pieces = []
     for index, samples in parts(stretch):
         at, correlation = place(samples, sent, stretch[index].sent)

@@ -95,7 +95,9 @@ class EventList:
         if frame.kind == frames.DATA:
             return
         if not self._explained:
-            print("Times count the frames received, 100 a second; what is held back is not in them.")
+            print(
+                "Times count the frames received, 100 a second; what is held back is not in them."
+            )
             self._explained = True
         name = frames.NAMES.get(frame.kind, f"type {frame.kind}")
         print(f"{index / frames.PER_SECOND:8.2f} s  {name}", flush=True)

@@ -28,7 +28,9 @@ KEYWORDS = {
 # The bridge skips four bytes behind a keyword; two line ends are consumed exactly.
 TERMINATOR = b"\r\n\r\n"
 DATA_BLOCK = 3200  # bytes of audio in one DATA block, 0.1 s; the bridge reads 1 KiB each round
-HELP = "commands, capitals or not: begin, end, cancel, epd_on, epd_off, data FILE, wait SECONDS, quit"
+HELP = (
+    "commands, capitals or not: begin, end, cancel, epd_on, epd_off, data FILE, wait SECONDS, quit"
+)
 
 
 class CommandError(Exception):

@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: MIT
 """The voice server's connection to the bridge: pacing on the way in, records on the way out.
 
-The bridge makes a frame of whatever one read gives it, so none may be cut on the way: each goes out in
-one write and at once, no more than a second of them is under way, what comes back is read as it comes,
-and what the system packs together has room for whole frames only (docs/protocols.md).
+The bridge makes a frame of whatever one read gives it, so none may be cut on the way: each goes out
+in one write and at once, no more than a second of them is under way, what comes back is read as it
+comes, and what the system packs together has room for whole frames only (docs/protocols.md).
 """
 import select
 import socket
@@ -18,11 +18,11 @@ from waiting import say
 # engines hold, or nothing comes back; more only lengthens the delay and what a renewal drops.
 WINDOW = 24
 WINDOW_MOST = 64  # a third of what the pipe to an engine holds before the bridge blocks in it
-# Frames under way at most, a second of them: far fewer than fill the buffers of a connection, at whose
-# end a frame would be cut. A bridge that is held up is waited for.
+# Frames under way at most, a second of them: far fewer than fill the buffers of a connection, at
+# whose end a frame would be cut. A bridge that is held up is waited for.
 UNDER_WAY_MOST = frames.PER_SECOND
-# Four frames and the 12 bytes of TCP's time stamps: what has to wait for the network is sent in full
-# segments, and those of the usual size hold four and a half.
+# Four frames and the 12 bytes of TCP's time stamps: what has to wait for the network is sent in
+# full segments, and those of the usual size hold four and a half.
 SEGMENT = 4 * frames.SIZE + 12
 # Fast mode: seconds without an answer after which one more frame goes out anyway, as the bridge
 # moves only when it gets one. Below its read time-out of 0.1 s, after which it adds silence.
@@ -31,8 +31,8 @@ OWN_NOISE = 10  # frames of data that come back of themselves after the TOF of a
 GIVE_UP = 10.0  # seconds without any frame back after which the bridge counts as dead
 # A piped microphone sets the pace itself; we only must not be slower than its clock.
 LIVE_SPEED = 1.01
-# Seconds of lateness that are caught up; after longer ones the clock starts anew. Live audio that has
-# waited is not sent faster than it came: only what sleeping too long has cost is caught up.
+# Seconds of lateness that are caught up; after longer ones the clock starts anew. Live audio that
+# has waited is not sent faster than it came: only what sleeping too long has cost is caught up.
 LATEST, LATEST_LIVE = 0.5, 0.1
 
 

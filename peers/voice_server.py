@@ -62,9 +62,9 @@ class VoiceServer:
 def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         description="Plays audio to the bridge as a voice server and records what comes back.",
-        epilog="A pipe or a terminal on standard input is live: what comes before the bridge is there "
-        f"is thrown away, and later what has to wait for more than {LATEST:g} s. A regular file, named "
-        "or on standard input, is played whole, and so is a pipe with --whole. "
+        epilog="A pipe or a terminal on standard input is live: what comes before the bridge is "
+        f"there is thrown away, and later what has to wait for more than {LATEST:g} s. A regular "
+        "file, named or on standard input, is played whole, and so is a pipe with --whole. "
         "When the connection closes, the bridge ends with its next write; --stay keeps it.",
     )
     parser.add_argument("input", help="audio file, or - for raw 16 kHz mono 16 bit on stdin")

@@ -29,8 +29,9 @@ def frame(kind, samples=None):
 
 def noise(frames, level=300, seed=1):
     chance = random.Random(seed)
-    return [frame(DATA, [int(chance.gauss(0, level)) for _ in range(SAMPLES)])
-            for _ in range(frames)]
+    return [
+        frame(DATA, [int(chance.gauss(0, level)) for _ in range(SAMPLES)]) for _ in range(frames)
+    ]
 
 
 def voice(frames, level=6000):
@@ -41,8 +42,10 @@ def voice(frames, level=6000):
         for n in range(index * SAMPLES, (index + 1) * SAMPLES):
             t = n / 16000
             syllable = 0.6 + 0.4 * math.sin(2 * math.pi * 4 * t)
-            buzz = sum(math.sin(2 * math.pi * 120 * h * t) /
-                       (1 + abs(h - 5) * abs(h - 12) / 8) for h in range(1, 25))
+            buzz = sum(
+                math.sin(2 * math.pi * 120 * h * t) / (1 + abs(h - 5) * abs(h - 12) / 8)
+                for h in range(1, 25)
+            )
             samples.append(int(level * syllable * buzz / 4))
         out.append(frame(DATA, samples))
     return out
@@ -51,8 +54,10 @@ def voice(frames, level=6000):
 def split(data, size):
     """Cuts the output into (type, rest) pairs."""
     assert len(data) % size == 0, len(data)
-    return [(struct.unpack_from("<i", data, at)[0], data[at + 4:at + size])
-            for at in range(0, len(data), size)]
+    return [
+        (struct.unpack_from("<i", data, at)[0], data[at + 4 : at + size])
+        for at in range(0, len(data), size)
+    ]
 
 
 def run(settings, data):
@@ -79,9 +84,14 @@ class Running:
     """An engine whose pipes the test holds."""
 
     def __init__(self, settings, **more):
-        self.process = subprocess.Popen([ENGINE, settings], stdin=subprocess.PIPE,
-                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                        bufsize=0, **more)
+        self.process = subprocess.Popen(
+            [ENGINE, settings],
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            bufsize=0,
+            **more
+        )
 
     def __enter__(self):
         return self

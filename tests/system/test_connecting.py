@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The connection phase: the engines run already, and the bridge tries again, without limit, until both
-peers are there."""
+"""The connection phase: the engines run already, and the bridge tries again, without limit, until
+both peers are there."""
 import unittest
 
 from story import CONNECTING, Story

@@ -55,7 +55,9 @@ class CutFrames(FaultStory):
         voice.sendall(rest + LOUD)
         self.feed_until_ended()
         kind = struct.unpack_from("<I", rest + LOUD)[0]
-        self.expect_end("status 0", f"[AppcontrollerError] Invalid header type : {kind}\n", TERMINATE)
+        self.expect_end(
+            "status 0", f"[AppcontrollerError] Invalid header type : {kind}\n", TERMINATE
+        )
 
     @staticmethod
     def fill(voice: socket.socket, stream: bytes) -> int:

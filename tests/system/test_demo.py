@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""The demo's judgement: what it takes for audio that came through, what it does to a recording, which
-command lines it refuses. The recordings are made here: bursts of noise for speech, and silence."""
+"""The demo's judgement: what it takes for audio that came through, what it does to a recording,
+which command lines it refuses. The recordings are made here: bursts of noise for speech, and
+silence."""
 import subprocess
 import sys
 import tempfile

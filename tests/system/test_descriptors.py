@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 """A sound client that stays away uses the bridge up: each failed attempt to reach it leaves a
-descriptor open, one every five seconds, until no more are to be had. At the usual limit of 1,024 that
-is after some 85 minutes. The limit here is small, and is the bridge's alone.
+descriptor open, one every five seconds, until no more are to be had. At the usual limit of 1,024
+that is after some 85 minutes. The limit here is small, and is the bridge's alone.
 """
 import os
 import resource

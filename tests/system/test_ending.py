@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Every way to end, with its message and its status. What the table in README.md says is told here."""
+"""Every way to end, with its message and its status. What the table in README.md says is told
+here."""
 import os
 import re
 import signal

@@ -16,15 +16,26 @@ from engine_story import (
 
 
 class FrameCount(unittest.TestCase):
-    STREAM = ([frame(TOF)] + noise(30) + voice(60) + [frame(START)] + noise(40) + [frame(END)] +
-              [frame(EOF), frame(TOF)] + voice(40) + [frame(TOF)] + noise(5) + voice(30) +
-              [frame(77), frame(EOF)])
+    STREAM = (
+        [frame(TOF)]
+        + noise(30)
+        + voice(60)
+        + [frame(START)]
+        + noise(40)
+        + [frame(END)]
+        + [frame(EOF), frame(TOF)]
+        + voice(40)
+        + [frame(TOF)]
+        + noise(5)
+        + voice(30)
+        + [frame(77), frame(EOF)]
+    )
 
     def pieces(self, seed):
         data, at, chance = b"".join(self.STREAM), 0, random.Random(seed)
         while at < len(data):
             size = chance.choice([1, 3, 100, 323, 324, 325, 648, 5000])
-            yield data[at:at + size]
+            yield data[at : at + size]
             at += size
 
     def answer_pieces(self, settings, seed):

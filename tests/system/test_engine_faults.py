@@ -109,8 +109,8 @@ class EngineThatAnswersWrongly(FaultStory):
         self.stop_by_input()
 
     def send_at_pace_of_vad_engine(self, first: int, last: int) -> None:
-        """Frames come back without it, thanks to its earlier answers. With 200 more in its pipe, and
-        its own answers not read, it and the bridge would wait for each other."""
+        """Frames come back without it, thanks to its earlier answers. With 200 more in its pipe,
+        and its own answers not read, it and the bridge would wait for each other."""
         for number in range(first, last + 1, 10):
             self.wait_for(lambda: self.behind() < 100, "the VAD engine to catch up")
             self.send(number, number + 9)

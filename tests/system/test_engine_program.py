@@ -49,8 +49,13 @@ class Ending(unittest.TestCase):
 
 class CommandLine(unittest.TestCase):
     def call(self, *arguments):
-        result = subprocess.run([ENGINE, *arguments], stdin=subprocess.DEVNULL,
-                                capture_output=True, text=True, timeout=TIMEOUT_S)
+        result = subprocess.run(
+            [ENGINE, *arguments],
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            text=True,
+            timeout=TIMEOUT_S,
+        )
         return result.returncode, result.stdout, result.stderr
 
     def bad(self, text, *options):
@@ -70,13 +75,17 @@ class CommandLine(unittest.TestCase):
         message = "tolvanev-engine: FILE:5: key 'onset': unknown in section [vad]\n"
         self.assertEqual(self.bad(text), message)
         self.assertEqual(self.bad(text, "--check"), message)
-        self.assertIn("FILE:4: key 'onset_ms': 'x' is not",
-                      self.bad("[engine]\nrole = vad\n[vad]\nonset_ms = x\n"))
+        self.assertIn(
+            "FILE:4: key 'onset_ms': 'x' is not",
+            self.bad("[engine]\nrole = vad\n[vad]\nonset_ms = x\n"),
+        )
         self.assertIn("key 'role': missing", self.bad("[vad]\nonset_ms = 30\n"))
 
     def test_missing_file_gives_path_and_reason(self):
-        self.assertEqual(self.call("/nonexistent.ini"),
-                         (2, "", "tolvanev-engine: /nonexistent.ini: No such file or directory\n"))
+        self.assertEqual(
+            self.call("/nonexistent.ini"),
+            (2, "", "tolvanev-engine: /nonexistent.ini: No such file or directory\n"),
+        )
 
     def test_help_and_version_succeed(self):
         self.assertEqual(self.call("--help")[::2], (0, ""))

@@ -46,7 +46,7 @@ class Markers(unittest.TestCase):
         stream = [frame(TOF)] + noise(20) + voice(40)
         for settings in (MMSE, VAD):
             first = answers(settings, stream)
-            second = answers(settings, voice(35) + stream)[-len(first):]
+            second = answers(settings, voice(35) + stream)[-len(first) :]
             self.assertEqual(second, first)
 
 

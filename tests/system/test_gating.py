@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Results reach the ROS node while EPD is on and the node plays no sound. The cleaned frames go back
-to the voice server all the same."""
+"""Results reach the ROS node while EPD is on and the node plays no sound. The cleaned frames go
+back to the voice server all the same."""
 import unittest
 
 import frames

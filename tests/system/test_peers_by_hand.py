@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The stand-ins as commands that somebody types: what they say when something is wrong, and the exit
-status that tells a script."""
+"""The stand-ins as commands that somebody types: what they say when something is wrong, and the
+exit status that tells a script."""
 import os
 import signal
 import socket
@@ -90,7 +90,6 @@ class RosNodeCommand(Story):
         self.assertEqual(status, 1)
         self.assertIn("usually an engine that ended, at once if its settings are wrong", messages)
 
-
     def test_closed_terminal_leaves_no_bridge(self):
         # It still waits for its peers, so it would not notice that its input has ended.
         command = [sys.executable, "-B", str(PEERS / "ros_node.py"), "--", str(BRIDGE)]
@@ -99,7 +98,10 @@ class RosNodeCommand(Story):
         self.addCleanup(os.close, sink)
         with open(source) as stdin:
             node = subprocess.Popen(
-                [*command, "-b", str(SCRIPTED_ENGINE)], stdin=stdin, stderr=subprocess.PIPE, text=True
+                [*command, "-b", str(SCRIPTED_ENGINE)],
+                stdin=stdin,
+                stderr=subprocess.PIPE,
+                text=True,
             )
         self.addCleanup(node.kill)
         until(lambda: "Connecting" in node.stderr.readline(), BOUND)
@@ -108,7 +110,10 @@ class RosNodeCommand(Story):
         self.assertIn("bridge needed SIGINT, status 0", messages)
 
     def test_voice_server_that_has_finished_is_named(self):
-        self.assertIn("a voice server that has finished", broken_pipe(["-b", str(SCRIPTED_ENGINE)], heard=True))
+        self.assertIn(
+            "a voice server that has finished",
+            broken_pipe(["-b", str(SCRIPTED_ENGINE)], heard=True),
+        )
         self.assertIn("usually an engine", broken_pipe(["-b", str(SCRIPTED_ENGINE)], heard=False))
 
 

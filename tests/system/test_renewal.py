@@ -64,7 +64,6 @@ class Renewal(Story):
         group = self.node.bridge.pid()
         self.assertEqual(len(members(group)), 3)
 
-
     def test_utterance_holds_it_off(self):
         self.start(vad=["start 480"])
         self.send(1, 505)

@@ -1,13 +1,14 @@
 # SPDX-License-Identifier: MIT
-"""What a ROS node and a voice server read of a stream with several renewals: each writes EOF, TOF and
-ten frames of averaged noise into both, and the live frames under way then never come."""
+"""What a ROS node and a voice server read of a stream with several renewals: each writes EOF, TOF
+and ten frames of averaged noise into both, and the live frames under way then never come."""
 import time
 import unittest
 
 import frames
 from story import Story
 
-EVERY = 500  # frames that the ROS node gets from one renewal to the next, those of a renewal included
+# Frames that the ROS node gets from one renewal to the next, those of a renewal included.
+EVERY = 500
 RENEWALS = 5
 OWN = 12  # frames that each renewal writes: EOF, TOF, ten of noise
 BLOCK, BLOCKS = 10, 4  # frames in a block of noise, blocks in an average

@@ -10,7 +10,7 @@ from story import BOUND, BRIDGE, BUILD, EMULATED
 
 looks_at_itself = unittest.skipIf(EMULATED, "/proc/self/exe is the emulator, not the bridge")
 
-HELP = """usage: {} [options] ... 
+HELP = """usage: {} [options] ...\N{SPACE}
 options:
   -h, --help           print help
   -i, --ipaddr         voice server ip addr (string [=172.0.0.1])

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Nobody reads the bridge's standard error and its pipe is full: it waits with its message, whatever
-that is, and an interrupt ends it there like everywhere else."""
+"""Nobody reads the bridge's standard error and its pipe is full: it waits with its message,
+whatever that is, and an interrupt ends it there like everywhere else."""
 import fcntl
 import os
 import signal
