@@ -35,8 +35,8 @@ def parse() -> argparse.Namespace:
         description="Runs everything on real speech and measures what comes out.",
         epilog="A recording of your own loses the silence at its ends, is brought to the usual "
         "level, repeated up to 40 s or shortened to 60 s, and gets noise; for 5 s each EPD is "
-        "off and a sound plays, so that the ROS node gets nothing. With --as-is nothing of all that "
-        "is done.",
+        "off and a sound plays, so that the ROS node gets nothing. With --as-is nothing of all "
+        "that is done.",
         allow_abbrev=False,
     )
     parser.add_argument("wav", nargs="?", help="your own speech, any format sox reads")
