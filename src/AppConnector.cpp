@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <exception>
 
+#include "Interrupt.h"
 #include "common.h"
 #include "log.h"
 

@@ -40,7 +40,8 @@ void warnOnce(bool& said, const char* text) {
 bool takeFront(ReceiveQueue& queue, ReceiveData& frame) {
     if (queue.empty())
         return false;
-    queue.trade(frame);
+    frame = std::move(queue.front());
+    queue.pop_front();
     return true;
 }
 
@@ -125,8 +126,7 @@ void AppController::writeMMSEData() {
     if (server_data_que_.empty())
         return;
     const ReceiveData& frame = server_data_que_.front();
-    if (mmse_connector_->write(frame.data(), static_cast<unsigned int>(frame.size())) != 0)
-        return;
+    mmse_connector_->write(frame.data(), static_cast<unsigned int>(frame.size()));
     passOn(server_data_que_, server_result_que_);
     if (server_result_que_.size() > BACKLOG_LIMIT)
         dropUnanswered();
@@ -152,7 +152,8 @@ void AppController::readMMSEData() {
         return;
     mmse_data_que_.push_back(mmse_frame_);
     const int header = counter.count(mmse_frame_);
-    // Kept: START and END of the MMSE engine reach the VAD engine, but not the results.
+    // Kept: START and END of the MMSE engine reach the VAD engine, but not the results: they answer
+    // no input frame, and who speaks is for the VAD engine to say.
     if (isAnswer(header))
         keepMMSEAnswer();
     if (header == FRAME_EOF) {
@@ -173,9 +174,10 @@ void AppController::keepMMSEAnswer() {
 void AppController::writeVADData() {
     if (mmse_data_que_.empty())
         return;
-    const ReceiveData& frame = mmse_data_que_.front();
-    if (vad_connector_->write(frame.data(), static_cast<unsigned int>(frame.size())) == 0)
-        mmse_data_que_.pop_front();
+    ReceiveData& frame = mmse_data_que_.front();
+    vad_connector_->write(frame.data(), static_cast<unsigned int>(frame.size()));
+    mmse_frame_.swap(frame);  // for its memory
+    mmse_data_que_.pop_front();
 }
 
 void AppController::readVADData() {
@@ -201,10 +203,8 @@ void AppController::createResultData() {
         }
         const int mmse = typeOfFront<short>(mmse_result_que_);
         const int server = typeOfFront<short>(server_result_que_);
-        if (ReceiveQueue* const stream = streamShortOfTOF(vad, mmse, server)) {
-            stream->pop_front();
+        if (dropAheadOfTOF(vad, mmse, server))
             continue;
-        }
         switch (vad) {
             case FRAME_DATA:
             case FRAME_TOF:
@@ -224,18 +224,21 @@ void AppController::createResultData() {
     }
 }
 
-// A stream that shows a TOF waits there until the other two show one as well. Returns the stream
-// whose oldest frame has to go for that, or null when the three fronts belong together.
+// A stream that shows a TOF waits there until the other two show one as well. Drops one frame that
+// stands ahead of it in another stream; false when the three fronts belong together.
 // Kept: what stands ahead of a TOF in the other streams is lost, the VAD's START and END included.
-ReceiveQueue* AppController::streamShortOfTOF(int vad, int mmse, int server) {
-    if (vad == FRAME_TOF) {
-        if (server != FRAME_TOF)
-            return &server_result_que_;
-        return mmse != FRAME_TOF ? &mmse_result_que_ : nullptr;
-    }
-    if (mmse == FRAME_TOF)
-        return server != FRAME_TOF ? &server_result_que_ : &vad_result_que_;
-    return server == FRAME_TOF ? &mmse_result_que_ : nullptr;
+bool AppController::dropAheadOfTOF(int vad, int mmse, int server) {
+    if (vad != FRAME_TOF && mmse != FRAME_TOF && server != FRAME_TOF)
+        return false;
+    if (server != FRAME_TOF)
+        server_result_que_.pop_front();
+    else if (mmse != FRAME_TOF)
+        mmse_result_que_.pop_front();
+    else if (vad != FRAME_TOF)
+        vad_result_que_.pop_front();
+    else
+        return false;
+    return true;
 }
 
 // A START or END of the VAD engine goes into both results, as a full frame of silence, ahead of the
@@ -274,6 +277,7 @@ void AppController::clearData() {
 }
 
 bool AppController::finalize() {
+    // A connector that says false instead of throwing has not been met; the interface allows it.
     if (vad_connector_ && !vad_connector_->finalize())
         throw AppControllerError("VAD connector finalize failed.");
     if (mmse_connector_ && !mmse_connector_->finalize())

@@ -23,6 +23,9 @@ class AppControllerError : public std::runtime_error {
 // output and input, into two: noise-suppressed frames and input frames, both with the VAD's
 // start and end markers. Owned and called by MMSEAppController.
 //
+// "Server" in a name is the input, as it came from the voice server, all the way to the ROS node;
+// "MMSE" is what goes back to the voice server.
+//
 // process never waits for an engine's output; it does wait while an engine's input pipe is full.
 // Of each stream at most ten minutes wait for the others; see docs/architecture.md for what goes.
 // Failures of process and of starting an engine are AppControllerError; a connector's errors in
@@ -40,7 +43,7 @@ class AppController {
                     const std::string& vad_setting);
     // Starts both engines, VAD first; true.
     bool launch();
-    // Hands in one input frame; one that is moved in holds bytes of no meaning afterwards.
+    // Hands in one input frame.
     void addReceiveData(const ReceiveData& data);
     void addReceiveData(ReceiveData&& data);
     // One pass: at most one frame into each engine and one out of the MMSE engine, and what waits
@@ -71,7 +74,7 @@ class AppController {
     void launchEngine(AppConnectorPtr& connector, const char* name, const std::string& setting);
     void dropUnanswered();
     void keepMMSEAnswer();
-    ReceiveQueue* streamShortOfTOF(int vad, int mmse, int server);
+    bool dropAheadOfTOF(int vad, int mmse, int server);
     void addMarker(const ReceiveData& vad_frame);
 
     AppConnectorPtr mmse_connector_;   // empty before the first launch

@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Interrupt.h"
+
 using framesync::VOICE_SERVER_FRAME_SIZE;
 
 namespace {
@@ -47,7 +49,7 @@ bool Application::run() {
     launchEngines();
     while (true) {
         connectPeers();
-        frame_.resize(VOICE_SERVER_FRAME_SIZE);
+        frame_.resize(VOICE_SERVER_FRAME_SIZE);  // the last one was handed on
         try {
             readInputFrame();
             app_controller_->addReceiveData(std::move(frame_));
@@ -119,14 +121,17 @@ void Application::returnCleanedFrames() {
     }
 }
 
-// The ROS node gets the frames while it listens: EPD is on, and it plays no sound of its own.
+// The ROS node gets the frames while it listens: EPD is on, and it plays no sound of its own. The
+// controller watches each frame that it gives out here; one of them may end in a renewal of the
+// noise model, with both engines restarted.
 void Application::forwardResults() {
     if (!sound_client_->getEpdState() || ros_connector_->getPlaySoundState()) {
         app_controller_->clearProcessData();
         return;
     }
-    while (app_controller_->getServerData(frame_))
-        ros_connector_->addSendData(std::move(frame_));
+    ReceiveData result;  // of its own, so that frame_ keeps its memory
+    while (app_controller_->getServerData(result))
+        ros_connector_->addSendData(std::move(result));
 }
 
 // Kept: the bridge does not reconnect; whatever started it starts it again.

@@ -52,7 +52,7 @@ class Application {
     VoiceServerPtr voice_server_;
     SoundClientPtr sound_client_;
     ROSConnectorPtr ros_connector_;
-    std::string app_dir_;  // these three stay empty: the controller has them
+    std::string app_dir_;  // never written, nor are the next two: the controller keeps the paths
     std::string mmse_setting_;
     std::string vad_setting_;
     std::string server_ip_;            // of the sound client, dotted quad

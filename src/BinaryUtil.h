@@ -24,28 +24,6 @@ namespace binary {
 
 enum endian_ { BIG = 0, LITTLE = 1 };
 
-namespace detail {
-
-inline bool _check_endian(const int endian) {
-    return endian == BIG || endian == LITTLE;
-}
-
-inline void requireData(const void* data) {
-    if (!data)
-        throw std::invalid_argument("Invalid argument arg is NULL.");
-}
-
-[[noreturn]] inline void refuseEndian(const int from, const int to) {
-    std::ostringstream text;
-    text << "Invalid endian. from :" << from << " to :" << to;
-    throw std::invalid_argument(text.str());
-}
-
-inline void requireEndian(const int from, const int to) {
-    if (!_check_endian(from) || !_check_endian(to))
-        refuseEndian(from, to);
-}
-
 // A byte count that does not hold elements of `element` bytes.
 [[noreturn]] inline void refuseSize(const long size, const size_t element) {
     std::ostringstream text;
@@ -107,6 +85,28 @@ void copyElements(char* target, const char* source, size_t count, const int from
     }
 }
 
+namespace detail {
+
+inline bool _check_endian(const int endian) {
+    return endian == BIG || endian == LITTLE;
+}
+
+inline void requireData(const void* data) {
+    if (!data)
+        throw std::invalid_argument("Invalid argument arg is NULL.");
+}
+
+[[noreturn]] inline void refuseEndian(const int from, const int to) {
+    std::ostringstream text;
+    text << "Invalid endian. from :" << from << " to :" << to;
+    throw std::invalid_argument(text.str());
+}
+
+inline void requireEndian(const int from, const int to) {
+    if (!_check_endian(from) || !_check_endian(to))
+        refuseEndian(from, to);
+}
+
 template <typename U>
 ByteArray _pack(const U& data, const int from, const int to) {
     ByteArray bytes(sizeof(U));
@@ -128,7 +128,7 @@ template <typename T>
 ByteArray pack(const T& data, const int from, const int to) {
     static_assert(std::is_trivially_copyable_v<T>);
     detail::requireEndian(from, to);
-    detail::Bits<T> bits;
+    Bits<T> bits;
     std::memcpy(&bits, &data, sizeof(T));
     return detail::_pack(bits, from, to);
 }
@@ -145,8 +145,7 @@ ByteArray pack(const T* data, int size, const int from, const int to) {
     detail::requireEndian(from, to);
     const size_t count = size > 0 ? static_cast<size_t>(size) : 0;
     ByteArray bytes(count * sizeof(T));
-    detail::copyElements<detail::Bits<T>>(bytes.data(), reinterpret_cast<const char*>(data), count,
-                                          from, to);
+    copyElements<Bits<T>>(bytes.data(), reinterpret_cast<const char*>(data), count, from, to);
     return bytes;
 }
 
@@ -161,7 +160,7 @@ T unpack(const char* data, const int from, const int to) {
     static_assert(std::is_trivially_copyable_v<T>);
     detail::requireData(data);
     detail::requireEndian(from, to);
-    const auto bits = detail::_unpack<detail::Bits<T>>(data, from, to);
+    const auto bits = detail::_unpack<Bits<T>>(data, from, to);
     T value;
     std::memcpy(&value, &bits, sizeof(T));
     return value;
@@ -178,11 +177,10 @@ template <typename T>
 std::vector<T> unpack(const char* data, const int size, const int from, const int to) {
     detail::requireData(data);
     detail::requireEndian(from, to);
-    detail::requireWholeElements(size, sizeof(T));
+    requireWholeElements(size, sizeof(T));
     const size_t count = size > 0 ? static_cast<size_t>(size) / sizeof(T) : 0;
     std::vector<T> values(count);
-    detail::copyElements<detail::Bits<T>>(reinterpret_cast<char*>(values.data()), data, count, from,
-                                          to);
+    copyElements<Bits<T>>(reinterpret_cast<char*>(values.data()), data, count, from, to);
     return values;
 }
 

@@ -48,7 +48,7 @@ bool FrameSyncBuilder<T>::build(const char* data, unsigned int size, int from, i
     requireHeader(size);
     header_ = binary::unpack<int>(data, from, to);
     const unsigned int payload = size - framesync::HEADER_SIZE;
-    binary::detail::requireWholeElements(static_cast<int>(payload), sizeof(T));
+    binary::requireWholeElements(static_cast<int>(payload), sizeof(T));
 
     ByteArray own;  // the input, if it is ours and would change under the copy
     if (holds(build_array_, data)) {
@@ -57,9 +57,9 @@ bool FrameSyncBuilder<T>::build(const char* data, unsigned int size, int from, i
     }
     build_array_.resize(size);
     std::memcpy(build_array_.data(), &header_, framesync::HEADER_SIZE);
-    binary::detail::copyElements<binary::detail::Bits<T>>(
-        build_array_.data() + framesync::HEADER_SIZE, data + framesync::HEADER_SIZE,
-        payload / sizeof(T), from, to);
+    binary::copyElements<binary::Bits<T>>(build_array_.data() + framesync::HEADER_SIZE,
+                                          data + framesync::HEADER_SIZE, payload / sizeof(T), from,
+                                          to);
     if (data_wanted_)
         unpackData();
     return true;
@@ -69,8 +69,7 @@ template <typename T>
 int FrameSyncBuilder<T>::headerOf(const char* data, unsigned int size) {
     requireHeader(size);
     const int header = binary::unpack<int>(data);
-    binary::detail::requireWholeElements(static_cast<int>(size - framesync::HEADER_SIZE),
-                                         sizeof(T));
+    binary::requireWholeElements(static_cast<int>(size - framesync::HEADER_SIZE), sizeof(T));
     return header;
 }
 

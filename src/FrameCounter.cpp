@@ -7,7 +7,7 @@
 
 int FrameCounter::count(const std::vector<char>& frame) {
     if (frame.size() < framesync::HEADER_SIZE)
-        binary::detail::refuseSize(static_cast<long>(frame.size()), sizeof(int));
+        binary::refuseSize(static_cast<long>(frame.size()), sizeof(int));
     const int header = binary::unpack<int>(frame.data());
     switch (header) {
         case FRAME_DATA:

@@ -117,9 +117,13 @@ void MMSEAppController::addVADData(const ReceiveData& data) {
 
 // Despite the name: nothing is sent from this buffer.
 void MMSEAppController::addSendData(const ReceiveData& data) {
-    if (send_buffer_.size() == NOISE_FRAME_SIZE)
+    ReceiveData frame;
+    if (send_buffer_.size() == NOISE_FRAME_SIZE) {
+        frame = std::move(send_buffer_.front());  // for its memory
         send_buffer_.pop_front();
-    send_buffer_.push_back(data);
+    }
+    frame = data;
+    send_buffer_.push_back(std::move(frame));
 }
 
 // True when the last ten frames were all plain audio.
@@ -143,14 +147,11 @@ void MMSEAppController::addNoiseData(const ReceiveData& data) {
     noise_tmp_.push_back(data);
     if (noise_tmp_.size() < NOISE_FRAME_SIZE)
         return;
-    noise_que_.push_back(std::move(noise_tmp_));
+    noise_que_.push_back(std::exchange(noise_tmp_, {}));
     // An average uses the newest four blocks. Older ones would only fill the memory of a stream
     // that finds no quiet moment for a renewal.
-    while (noise_que_.size() >= NOISE_QUE_SIZE) {
-        noise_tmp_.swap(noise_que_.front());  // for its memory
-        noise_tmp_.clear();
+    while (noise_que_.size() >= NOISE_QUE_SIZE)
         noise_que_.pop_front();
-    }
 }
 
 // Ten frames of typical background.

@@ -37,8 +37,7 @@ class MMSEAppController {
     bool initialize(const std::string& app_dir, const std::string& mmse_setting,
                     const std::string& vad_setting);
     bool launch();  // true
-    // Puts one frame into the delay line; hands on the one that came nine calls earlier. A frame
-    // that is moved in holds bytes of no meaning afterwards.
+    // Puts one frame into the delay line; hands on the one that came nine calls earlier.
     void addReceiveData(const ReceiveData& data);
     void addReceiveData(ReceiveData&& data);
     bool process();  // true

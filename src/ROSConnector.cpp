@@ -8,6 +8,7 @@
 #include <sstream>
 #include <utility>
 
+#include "Interrupt.h"
 #include "log.h"
 
 namespace {
@@ -98,7 +99,7 @@ int ROSConnector::write(const char* buf, unsigned size) {
     // Kept: a short write is a success; the rest of the block is never written.
     if (interruptible([&] { return ::write(fileno(stdout), buf, size); }) == -1)
         fail("Stdout write failed. error : ", errno);
-    fflush(stdout);
+    fflush(stdout);  // of what others may have printed there; the block went past its buffer
     return 0;
 }
 

@@ -27,8 +27,7 @@ class ROSConnector {
     virtual ~ROSConnector() = default;
 
     bool initialize();  // play-sound state off, queues empty; true
-    // Queues a block for standard output; nothing is written yet. One that is moved in holds bytes
-    // of no meaning afterwards.
+    // Queues a block for standard output; nothing is written yet.
     void addSendData(const ReceiveData& data);
     void addSendData(ReceiveData&& data);
     // Writes what is queued, reads at most 256 bytes, applies the words in them.

@@ -286,7 +286,8 @@ void SoundClientProcessor::addReceiveData(const ReceiveData& data) {
 bool SoundClientProcessor::getSendData(ReceiveData& data) {
     if (send_que_.empty())
         return false;
-    send_que_.trade(data);
+    data = std::move(send_que_.front());
+    send_que_.pop_front();
     return true;
 }
 

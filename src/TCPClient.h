@@ -6,13 +6,7 @@
 #include <string>
 
 // One outgoing IPv4 connection. Owned by the sound client link. Never throws: every outcome is a
-// status code, and the cause of a failure is in the log.
-//
-//      0  success; from receive also: nothing came, or the peer has closed
-//     -1  null buffer or size 0          -4  write failed
-//     -2  not connected, or no socket    -5  read failed
-//         or connection to be had        -7  the wait for data failed
-//     -3  a close failed
+// SocketStatus or a count of bytes, and the cause of a failure, but that of a write, is in the log.
 //
 // connect waits as long as the system's connect does, send while the socket's buffer is full,
 // receive as long as it is told. A peer that closes does not change the state.

@@ -6,8 +6,8 @@
 #include <string>
 
 // One incoming IPv4 connection: listens, accepts one peer, and talks to it. Owned by the voice
-// server connector. Never throws; the status codes are those of TCPClient, and the cause of a
-// failure is in the log.
+// server connector. Never throws: every outcome is a SocketStatus or a count of bytes, and the
+// cause of a failure, but that of an accept, is in the log.
 //
 // connect waits at most five seconds for the peer, send while the socket's buffer is full, receive
 // as long as it is told. A peer that closes does not change the state. The listening socket stays

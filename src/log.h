@@ -17,7 +17,7 @@
 #include <sstream>
 #include <string>
 
-#include "common.h"
+#include "Interrupt.h"
 
 enum TLogLevel {
     logERROR,

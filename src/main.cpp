@@ -11,6 +11,7 @@
 #include <string>
 
 #include "Application.h"
+#include "Interrupt.h"
 #include "cmdline.h"
 #include "log.h"
 
@@ -18,11 +19,15 @@
 // created it.
 ApplicationPtr app;
 
-// SIGINT: stops the engines and ends the process, from inside the signal; see Wait for when. Before
-// the application exists, an interrupt has no effect.
+// SIGINT: stops the engines and ends the process, from inside the signal. Before the application
+// exists, an interrupt has no effect.
 void handler(int signal_number) {
-    if (!app || !Wait::mayInterrupt(signal_number))
+    if (!app)
         return;
+    if (!Interrupt::mayAct()) {
+        Interrupt::leaveToNextWait(signal_number);
+        return;
+    }
     app->finalize();
     exit(0);
 }

@@ -8,7 +8,7 @@
 #include <functional>
 #include <utility>
 
-#include "common.h"
+#include "Interrupt.h"
 
 // Stands in for the program's handler of SIGINT: notes when an interrupt acts, and lets the program
 // go on. One at a time.
@@ -23,8 +23,8 @@ class InterruptWatch {
         action.sa_flags = SA_RESTART;
         action.sa_handler = [](int number) {
             came_ = came_ + 1;
-            if (!Wait::mayInterrupt(number))
-                return;
+            if (!Interrupt::mayAct())
+                return Interrupt::leaveToNextWait(number);
             acted_ = acted_ + 1;
             on_act_();
         };

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "Interrupt.h"
 #include "TCPClient.h"
 #include "TCPServer.h"
 #include "app_connector_fixture.h"
@@ -24,6 +25,51 @@
 namespace {
 
 using faults::Call;
+
+class InterruptTest : public HermeticTest {
+  protected:
+    InterruptWatch watch_;
+};
+
+TEST_F(InterruptTest, ActsInAWait) {
+    interruptible([] { return raise(SIGINT); });
+    EXPECT_EQ(watch_.acted(), 1);
+}
+
+TEST_F(InterruptTest, IsLeftToTheNextWaitWhenItComesBetweenTwo) {
+    raise(SIGINT);
+    EXPECT_EQ(watch_.came(), 1);
+    EXPECT_EQ(watch_.acted(), 0);
+    interruptible([] { return 0; });
+    EXPECT_EQ(watch_.acted(), 1);
+}
+
+TEST_F(InterruptTest, ActsOnceHoweverOftenItCame) {
+    raise(SIGINT);
+    raise(SIGINT);
+    for (int i = 0; i < 3; ++i)
+        interruptible([] { return 0; });
+    EXPECT_EQ(watch_.acted(), 1);
+}
+
+TEST_F(InterruptTest, DoesNotActWhenTheWaitIsOver) {
+    interruptible([] { return 0; });
+    raise(SIGINT);
+    EXPECT_EQ(watch_.acted(), 0);
+}
+
+TEST_F(InterruptTest, ActsWhenHeeded) {
+    raise(SIGINT);
+    heedInterrupt();
+    EXPECT_EQ(watch_.acted(), 1);
+    raise(SIGINT);
+    EXPECT_EQ(watch_.acted(), 1);
+}
+
+TEST_F(InterruptTest, AWaitHandsOnResultAndErrorOfItsCall) {
+    EXPECT_EQ(interruptible([] { return errno = EPIPE, -7; }), -7);
+    EXPECT_EQ(errno, EPIPE);
+}
 
 // Reads. A descriptor that select has called readable may be empty by the time it is read, if
 // another process shares it: the read then waits.

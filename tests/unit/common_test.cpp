@@ -137,53 +137,9 @@ TEST_F(WaitReadable, FailsOnADescriptorBeyondFdSetsize) {
     EXPECT_EQ(error, EINVAL);
 }
 
-class WaitTest : public WaitReadable {
-  protected:
-    InterruptWatch watch_;
-};
-
-TEST_F(WaitTest, LetsASignalActWhileItStands) {
-    interruptible([] { return raise(SIGINT); });
-    EXPECT_EQ(watch_.acted(), 1);
-}
-
-TEST_F(WaitTest, LeavesASignalBetweenTwoWaitsToTheNextOne) {
-    raise(SIGINT);
-    EXPECT_EQ(watch_.came(), 1);
-    EXPECT_EQ(watch_.acted(), 0);
-    interruptible([] { return 0; });
-    EXPECT_EQ(watch_.acted(), 1);
-}
-
-TEST_F(WaitTest, RaisesALeftSignalOnce) {
-    raise(SIGINT);
-    raise(SIGINT);
-    for (int i = 0; i < 3; ++i)
-        interruptible([] { return 0; });
-    EXPECT_EQ(watch_.acted(), 1);
-}
-
-TEST_F(WaitTest, IsOverWhenItsCallHasReturned) {
-    interruptible([] { return 0; });
-    raise(SIGINT);
-    EXPECT_EQ(watch_.acted(), 0);
-}
-
-TEST_F(WaitTest, HeedingLetsALeftSignalActAndIsOver) {
-    raise(SIGINT);
-    heedInterrupt();
-    EXPECT_EQ(watch_.acted(), 1);
-    raise(SIGINT);
-    EXPECT_EQ(watch_.acted(), 1);
-}
-
-TEST_F(WaitTest, HandsOnResultAndErrorOfItsCall) {
-    EXPECT_EQ(interruptible([] { return errno = EPIPE, -7; }), -7);
-    EXPECT_EQ(errno, EPIPE);
-}
-
 // A bridge without audio stands in this wait nearly all the time.
-TEST_F(WaitTest, LetsASignalActInTheMiddleOfAWaitForBytes) {
+TEST_F(WaitReadable, LetsAnInterruptActInTheMiddle) {
+    const InterruptWatch watch;
     struct sigaction old {};
     struct sigaction interrupt {};
     interrupt.sa_handler = [](int) { raise(SIGINT); };
@@ -192,7 +148,7 @@ TEST_F(WaitTest, LetsASignalActInTheMiddleOfAWaitForBytes) {
     ASSERT_EQ(setitimer(ITIMER_REAL, &soon, nullptr), 0);
     EXPECT_EQ(waitReadable(read_end_, 60000), -1);
     EXPECT_EQ(errno, EINTR);
-    EXPECT_EQ(watch_.acted(), 1);
+    EXPECT_EQ(watch.acted(), 1);
     sigaction(SIGALRM, &old, nullptr);
 }
 
