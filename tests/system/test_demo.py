@@ -17,7 +17,7 @@ import report
 import scene
 from voice_link import Returned
 
-OPTIONS = Path(frames.__file__).with_name("demo_options.py")
+OPTIONS = Path(report.__file__).with_name("demo_options.py")
 DELAY = 20  # frames between sending and coming back
 
 

@@ -1,4 +1,3 @@
-#!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """Runs the bridge, its engines and all its peers on real speech, and measures what comes out.
 
