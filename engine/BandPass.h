@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-// Second-order band-pass between two frequencies, where it is 3 dB down. Keeps its state between
-// frames.
 #ifndef TOLVANEV_ENGINE_BANDPASS_H
 #define TOLVANEV_ENGINE_BANDPASS_H
 
@@ -11,12 +9,14 @@
 
 namespace engine {
 
+// Second-order band-pass between two frequencies, where it is 3 dB down. Keeps its state between
+// frames. Each of the detector's bands owns one.
 class BandPass {
   public:
-    BandPass(double lowHz, double highHz) {
+    BandPass(double low_hz, double high_hz) {
         // The edges, pre-warped for the bilinear transform.
-        const double low = std::tan(std::numbers::pi * lowHz / kSampleRateHz);
-        const double high = std::tan(std::numbers::pi * highHz / kSampleRateHz);
+        const double low = std::tan(std::numbers::pi * low_hz / SAMPLE_RATE_HZ);
+        const double high = std::tan(std::numbers::pi * high_hz / SAMPLE_RATE_HZ);
         const double norm = 1 / (1 + (high - low) + low * high);
         gain_ = norm * (high - low);
         first_ = norm * 2 * (low * high - 1);

@@ -24,34 +24,33 @@ namespace engine {
 // The structures below are read and written as they lie in memory.
 static_assert(std::endian::native == std::endian::little, "a big-endian host must swap bytes");
 
-constexpr int kSampleRateHz = 16000;
-constexpr int kFrameMs = 10;
-constexpr size_t kFrameSamples = 160;  // 10 ms at 16 kHz
-constexpr size_t kResultValues = 25;
-constexpr float kFloorDbfs = -100;  // 16-bit samples end at -90 dBFS; a level must be finite
+constexpr int SAMPLE_RATE_HZ = 16000;
+constexpr int FRAME_MS = 10;
+constexpr size_t FRAME_SAMPLES = 160;  // 10 ms at 16 kHz
+constexpr size_t RESULT_VALUES = 25;
+constexpr float FLOOR_DBFS = -100;  // 16-bit samples end at -90 dBFS; a level must be finite
 
-// The C library owns the name EOF, hence the spelled-out names of the last two.
 enum FrameType : int32_t {
-    kData = 0,
-    kStart = 1,           // START: an utterance begins
-    kEnd = 2,             // END: an utterance is over
-    kTopOfStream = 9,     // TOF
-    kBottomOfStream = 10  // EOF
+    FRAME_DATA = 0,
+    FRAME_START = 1,  // an utterance begins
+    FRAME_END = 2,    // an utterance is over
+    FRAME_TOF = 9,    // start of stream
+    FRAME_EOF = 10,   // end of stream
 };
 
-enum ResultValue : size_t { kVoiced = 0, kLevel = 1, kNoise = 2, kOpen = 3 };
+enum ResultValue : size_t { VOICED = 0, LEVEL = 1, NOISE = 2, OPEN = 3 };
 
-using Samples = std::array<int16_t, kFrameSamples>;
+using Samples = std::array<int16_t, FRAME_SAMPLES>;
 
 struct AudioFrame {
-    int32_t type = kData;
+    int32_t type = FRAME_DATA;
     Samples samples{};
 };
 static_assert(sizeof(AudioFrame) == 324);
 
 struct ResultFrame {
-    int32_t type = kData;
-    std::array<float, kResultValues> values{};
+    int32_t type = FRAME_DATA;
+    std::array<float, RESULT_VALUES> values{};
 };
 static_assert(sizeof(ResultFrame) == 104);
 

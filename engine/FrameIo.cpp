@@ -34,13 +34,13 @@ ReadResult readFrame(int fd, AudioFrame& frame) {
     while (!rest.empty()) {
         const ssize_t count = read(fd, rest.data(), rest.size());
         if (count == 0)
-            return rest.size() == sizeof(AudioFrame) ? ReadResult::End : ReadResult::Cut;
+            return rest.size() == sizeof(AudioFrame) ? ReadResult::END : ReadResult::CUT;
         if (count > 0)
             rest = rest.subspan(static_cast<size_t>(count));
         else
             recover(fd, POLLIN, "standard input");
     }
-    return ReadResult::Frame;
+    return ReadResult::FRAME;
 }
 
 void writeFrame(int fd, std::span<const std::byte> frame) {

@@ -11,9 +11,9 @@
 namespace engine {
 
 enum class ReadResult {
-    Frame,  // a whole frame
-    End,    // the input ended between two frames
-    Cut     // the input ended inside a frame
+    FRAME,  // a whole frame
+    END,    // the input ended between two frames
+    CUT     // the input ended inside a frame
 };
 
 // Waits for one frame, however many reads it takes.

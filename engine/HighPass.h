@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-// Second-order Butterworth high-pass for level measurement: of pink noise and hum the larger part
-// lies below speech, and the noise suppressor lets it through. Keeps its state between frames.
 #ifndef TOLVANEV_ENGINE_HIGHPASS_H
 #define TOLVANEV_ENGINE_HIGHPASS_H
 
@@ -11,10 +9,12 @@
 
 namespace engine {
 
+// Second-order Butterworth high-pass for level measurement: of pink noise and hum the larger part
+// lies below speech, and the noise suppressor lets it through. Keeps its state between frames.
 class HighPass {
   public:
-    explicit HighPass(double cutoffHz)
-        : k_(std::tan(std::numbers::pi * cutoffHz / kSampleRateHz)),
+    explicit HighPass(double cutoff_hz)
+        : k_(std::tan(std::numbers::pi * cutoff_hz / SAMPLE_RATE_HZ)),
           norm_(1 / (1 + std::numbers::sqrt2 * k_ + k_ * k_)) {}
 
     double next(double in) {

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-// Level of the frames and of the background noise, in dBFS, above the lowest tones of speech. The
-// owner measures a frame, decides about it, and then lets the noise estimate follow it.
 #ifndef TOLVANEV_ENGINE_LEVELMETER_H
 #define TOLVANEV_ENGINE_LEVELMETER_H
 
@@ -9,15 +7,17 @@
 
 namespace engine {
 
-constexpr double kCutoffHz = 150;
+constexpr double CUTOFF_HZ = 150;
 
 // The noise suppressor's overlapping windows fade a new stream in. An estimate that began there
 // would be far too low, and all noise would stand out from it.
-constexpr int kFadeInFrames = 3;
+constexpr int FADE_IN_FRAMES = 3;
 
 // The level of a frame in dBFS, given the sum of its squared samples.
 float levelOf(double energy);
 
+// Level of the frames and of the background noise, in dBFS, above the lowest tones of speech. The
+// owner measures a frame, decides about it, and then lets the noise estimate follow it.
 class LevelMeter {
   public:
     void measure(const Samples& samples);
@@ -34,9 +34,9 @@ class LevelMeter {
     float noise() const { return noise_; }
 
   private:
-    HighPass highPass_{kCutoffHz};
-    float level_ = kFloorDbfs;
-    float noise_ = kFloorDbfs;
+    HighPass high_pass_{CUTOFF_HZ};
+    float level_ = FLOOR_DBFS;
+    float noise_ = FLOOR_DBFS;
     int age_ = 0;  // frames followed
 };
 

@@ -5,12 +5,12 @@
 
 namespace engine {
 
-LookBack::LookBack(int depthFrames, Sink sink)
-    : depth_(static_cast<size_t>(depthFrames)), sink_(std::move(sink)) {}
+LookBack::LookBack(int depth_frames, Sink sink)
+    : depth_(static_cast<size_t>(depth_frames)), sink_(std::move(sink)) {}
 
 void LookBack::push(const ResultFrame& frame, Mark mark) {
-    held_.push_back({frame, mark == Mark::End ? Mark::End : Mark::None});
-    if (mark == Mark::Start)
+    held_.push_back({frame, mark == Mark::END ? Mark::END : Mark::NONE});
+    if (mark == Mark::START)
         markStart();
     while (held_.size() > depth_)
         sendOldest();
@@ -25,18 +25,18 @@ void LookBack::flush() {
 // yet, with at least one frame of non-speech between the two.
 void LookBack::markStart() {
     auto first = held_.end() - 1;
-    while (first != held_.begin() && (first - 1)->before != Mark::End)
+    while (first != held_.begin() && (first - 1)->before != Mark::END)
         --first;
-    first->before = Mark::Start;
+    first->before = Mark::START;
     for (auto held = first; held != held_.end(); ++held)
-        held->frame.values[kOpen] = 1;
+        held->frame.values[OPEN] = 1;
 }
 
 void LookBack::sendOldest() {
     const Held& oldest = held_.front();
-    if (oldest.before != Mark::None) {
+    if (oldest.before != Mark::NONE) {
         ResultFrame marker = oldest.frame;
-        marker.type = oldest.before == Mark::Start ? kStart : kEnd;
+        marker.type = oldest.before == Mark::START ? FRAME_START : FRAME_END;
         sink_(bytesOf(marker));
     }
     sink_(bytesOf(oldest.frame));

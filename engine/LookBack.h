@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-// Holds the latest answers back, so that START can stand before frames that came before the one
-// at which speech was declared. With a depth of 0 every frame leaves at once.
 #ifndef TOLVANEV_ENGINE_LOOKBACK_H
 #define TOLVANEV_ENGINE_LOOKBACK_H
 
@@ -11,9 +9,12 @@
 
 namespace engine {
 
+// Holds the latest answers back, so that START can stand before frames that came before the one
+// at which speech was declared. With a depth of 0 every frame leaves at once. Owned by the VAD
+// stage, which flushes it at each end of a stream; passes on what the sink throws.
 class LookBack {
   public:
-    LookBack(int depthFrames, Sink sink);
+    LookBack(int depth_frames, Sink sink);
 
     // Takes the next frame and what was found at it; sends what is old enough.
     void push(const ResultFrame& frame, Mark mark);

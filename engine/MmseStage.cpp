@@ -9,8 +9,8 @@ namespace engine {
 
 namespace {
 
-void amplify(Samples& samples, int gainDb) {
-    const double gain = std::pow(10.0, gainDb / 20.0);
+void amplify(Samples& samples, int gain_db) {
+    const double gain = std::pow(10.0, gain_db / 20.0);
     for (int16_t& sample : samples)
         sample = static_cast<int16_t>(std::clamp(gain * sample, -32768.0, 32767.0));
 }
@@ -18,26 +18,26 @@ void amplify(Samples& samples, int gainDb) {
 }  // namespace
 
 MmseStage::MmseStage(const MmseSettings& settings, Sink sink)
-    : primingRepeats_(settings.primingRepeats),
-      primingGainDb_(settings.primingGainDb),
+    : priming_repeats_(settings.priming_repeats),
+      priming_gain_db_(settings.priming_gain_db),
       sink_(std::move(sink)),
-      suppressor_(settings.suppressionDb) {}
+      suppressor_(settings.suppression_db) {}
 
 void MmseStage::accept(const AudioFrame& frame) {
     AudioFrame out = frame;
     switch (frame.type) {
-        case kData:
+        case FRAME_DATA:
             suppressor_.process(out.samples);
             break;
-        case kTopOfStream:
+        case FRAME_TOF:
             suppressor_.reset();
             break;
-        case kBottomOfStream:
+        case FRAME_EOF:
             break;
         default:
             // The sender keeps this frame and wants a partner for it; only data, TOF and EOF count
             // as one. With any other type the streams would slip until the next TOF.
-            out.type = kData;
+            out.type = FRAME_DATA;
     }
     sink_(bytesOf(out));
     if (priming_.isComplete(frame))
@@ -48,9 +48,9 @@ void MmseStage::accept(const AudioFrame& frame) {
 // there at once, provided that they are as loud as the live noise; an average of several recordings
 // is quieter. The output is of no use: each frame has been answered already.
 void MmseStage::settle() {
-    for (int repeat = 0; repeat < primingRepeats_; ++repeat) {
+    for (int repeat = 0; repeat < priming_repeats_; ++repeat) {
         for (Samples samples : priming_.noise()) {
-            amplify(samples, primingGainDb_);
+            amplify(samples, priming_gain_db_);
             suppressor_.process(samples);
         }
     }

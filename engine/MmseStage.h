@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-// The role mmse: the audio with its noise suppressed, one frame for each frame.
 #ifndef TOLVANEV_ENGINE_MMSESTAGE_H
 #define TOLVANEV_ENGINE_MMSESTAGE_H
 
@@ -10,6 +9,8 @@
 
 namespace engine {
 
+// The role mmse: the audio with its noise suppressed, one frame for each frame. Behind a
+// primed start it knows the noise at once.
 class MmseStage : public Stage {
   public:
     MmseStage(const MmseSettings& settings, Sink sink);
@@ -20,8 +21,8 @@ class MmseStage : public Stage {
   private:
     void settle();
 
-    const int primingRepeats_;
-    const int primingGainDb_;
+    const int priming_repeats_;
+    const int priming_gain_db_;
     const Sink sink_;
     NoiseSuppressor suppressor_;
     Priming priming_;

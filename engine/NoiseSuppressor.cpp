@@ -7,7 +7,7 @@
 
 namespace engine {
 
-NoiseSuppressor::NoiseSuppressor(int suppressionDb) : suppressionDb_(suppressionDb) {
+NoiseSuppressor::NoiseSuppressor(int suppression_db) : suppression_db_(suppression_db) {
     reset();
 }
 
@@ -16,11 +16,11 @@ void NoiseSuppressor::process(Samples& samples) {
 }
 
 void NoiseSuppressor::reset() {
-    state_.reset(speex_preprocess_state_init(kFrameSamples, kSampleRateHz));
+    state_.reset(speex_preprocess_state_init(FRAME_SAMPLES, SAMPLE_RATE_HZ));
     if (!state_)
         throw std::runtime_error("noise suppression: cannot be created");
     // Denoise only: gain control and dereverberation stay off, as in a new state.
-    speex_preprocess_ctl(state_.get(), SPEEX_PREPROCESS_SET_NOISE_SUPPRESS, &suppressionDb_);
+    speex_preprocess_ctl(state_.get(), SPEEX_PREPROCESS_SET_NOISE_SUPPRESS, &suppression_db_);
 }
 
 void NoiseSuppressor::Destroy::operator()(SpeexPreprocessState_* state) const {

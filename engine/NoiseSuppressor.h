@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-// Noise suppression on the Speex preprocessor, an MMSE-type suppressor. What comes out lags one
-// frame (10 ms) behind what goes in: the windows of neighbouring frames overlap.
 #ifndef TOLVANEV_ENGINE_NOISESUPPRESSOR_H
 #define TOLVANEV_ENGINE_NOISESUPPRESSOR_H
 
@@ -12,10 +10,13 @@ struct SpeexPreprocessState_;
 
 namespace engine {
 
+// Noise suppression on the Speex preprocessor, an MMSE-type suppressor. What comes out lags one
+// frame (10 ms) behind what goes in: the windows of neighbouring frames overlap.
+// Throws std::runtime_error when the library gives it no memory.
 class NoiseSuppressor {
   public:
-    // `suppressionDb` is the most that noise is lowered, a negative number.
-    explicit NoiseSuppressor(int suppressionDb);
+    // `suppression_db` is the most that noise is lowered, a negative number.
+    explicit NoiseSuppressor(int suppression_db);
 
     void process(Samples& samples);
 
@@ -27,7 +28,7 @@ class NoiseSuppressor {
         void operator()(SpeexPreprocessState_* state) const;
     };
 
-    int suppressionDb_;
+    int suppression_db_;
     std::unique_ptr<SpeexPreprocessState_, Destroy> state_;
 };
 

@@ -4,22 +4,22 @@
 namespace engine {
 
 bool Priming::isComplete(const AudioFrame& frame) {
-    if (state_ == State::Over)
+    if (state_ == State::OVER)
         return false;
     state_ = next(frame);
-    return state_ == State::Over && noise_.size() == kPrimingFrames;
+    return state_ == State::OVER && noise_.size() == PRIMING_FRAMES;
 }
 
 Priming::State Priming::next(const AudioFrame& frame) {
-    if (state_ == State::ExpectEof && frame.type == kBottomOfStream)
-        return State::ExpectTof;
-    if (state_ == State::ExpectTof && frame.type == kTopOfStream)
-        return State::Collect;
-    if (state_ == State::Collect && frame.type == kData) {
+    if (state_ == State::EXPECT_EOF && frame.type == FRAME_EOF)
+        return State::EXPECT_TOF;
+    if (state_ == State::EXPECT_TOF && frame.type == FRAME_TOF)
+        return State::COLLECT;
+    if (state_ == State::COLLECT && frame.type == FRAME_DATA) {
         noise_.push_back(frame.samples);
-        return noise_.size() < kPrimingFrames ? State::Collect : State::Over;
+        return noise_.size() < PRIMING_FRAMES ? State::COLLECT : State::OVER;
     }
-    return State::Over;
+    return State::OVER;
 }
 
 }  // namespace engine

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-// Recognises a primed start: the very first frames are EOF, TOF and ten frames of averaged noise,
-// sent to an engine that was started anew while audio was running.
 #ifndef TOLVANEV_ENGINE_PRIMING_H
 #define TOLVANEV_ENGINE_PRIMING_H
 
@@ -10,8 +8,11 @@
 
 namespace engine {
 
-constexpr size_t kPrimingFrames = 10;  // agreed with the sender
+constexpr size_t PRIMING_FRAMES = 10;  // agreed with the sender
 
+// Recognises a primed start: the very first frames are EOF, TOF and ten frames of averaged noise,
+// sent to an engine that was started anew while audio was running. The MMSE stage shows it every
+// frame, and asks for the noise when it is complete.
 class Priming {
   public:
     // Shows the next input frame; true once, at the tenth frame of noise of a primed start.
@@ -23,11 +24,11 @@ class Priming {
     void forget() { noise_ = {}; }
 
   private:
-    enum class State { ExpectEof, ExpectTof, Collect, Over };
+    enum class State { EXPECT_EOF, EXPECT_TOF, COLLECT, OVER };
 
     State next(const AudioFrame& frame);
 
-    State state_ = State::ExpectEof;
+    State state_ = State::EXPECT_EOF;
     std::vector<Samples> noise_;
 };
 

@@ -24,12 +24,12 @@ class Parser {
     Parser(const std::string& path, std::FILE* file) : path_(path), file_(file) {}
 
     Settings parse() {
-        const int badLine = ini_parse_stream(&Parser::fetchLine, this, &Parser::takeKey, this);
+        const int bad_line = ini_parse_stream(&Parser::fetchLine, this, &Parser::takeKey, this);
         if (std::ferror(file_))
             throw SettingsError(path_ + ": " + std::strerror(errno));
         // Lines that the library cannot split never come to the handler; it only numbers the first.
-        if (badLine > 0 && (error_.empty() || badLine < errorLine_))
-            refuse(badLine, "neither [section] nor key = value");
+        if (bad_line > 0 && (error_.empty() || bad_line < error_line_))
+            refuse(bad_line, "neither [section] nor key = value");
         if (error_.empty())
             checkRole();
         if (!error_.empty())
@@ -73,9 +73,9 @@ class Parser {
     bool set(const std::string& section, const std::string& key, const std::string& value) {
         if (!error_.empty())
             return false;
-        const auto [first, isNew] = lines_.try_emplace({section, key}, line_);
+        const auto [first, is_new] = lines_.try_emplace({section, key}, line_);
         std::string problem;
-        if (!isNew)
+        if (!is_new)
             problem = "already set in line " + std::to_string(first->second) +
                       " (an indented line continues the one above it)";
         else
@@ -97,7 +97,7 @@ class Parser {
     }
 
     void refuse(int line, const std::string& problem) {
-        errorLine_ = line;
+        error_line_ = line;
         error_ = path_ + ":" + std::to_string(line) + ": " + problem;
     }
 
@@ -105,7 +105,7 @@ class Parser {
     std::FILE* const file_;
     int line_ = 0;
     std::string error_;
-    int errorLine_ = 0;
+    int error_line_ = 0;
     std::map<std::pair<std::string, std::string>, int> lines_;  // where each key was set
     Settings settings_;
 };
@@ -121,7 +121,7 @@ Settings loadSettings(const std::string& path) {
 }
 
 const char* nameOf(Role role) {
-    return role == Role::Mmse ? "mmse" : "vad";
+    return role == Role::MMSE ? "mmse" : "vad";
 }
 
 }  // namespace engine

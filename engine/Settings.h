@@ -8,26 +8,26 @@
 
 namespace engine {
 
-enum class Role { Mmse, Vad };
+enum class Role { MMSE, VAD };
 
 struct MmseSettings {
-    int suppressionDb = -25;
-    int primingRepeats = 10;
-    int primingGainDb = 6;
+    int suppression_db = -25;
+    int priming_repeats = 10;
+    int priming_gain_db = 6;
 };
 
 struct VadSettings {
-    int startMarginDb = 10;
-    int stayMarginDb = 5;
-    int onsetFrames = 2;
-    int hangoverFrames = 10;
-    int longHangoverFrames = 18;
-    int earlyFrames = 60;
-    int lookbackFrames = 0;
+    int start_margin_db = 10;
+    int stay_margin_db = 5;
+    int onset_frames = 2;
+    int hangover_frames = 10;
+    int long_hangover_frames = 18;
+    int early_frames = 60;
+    int lookback_frames = 0;
 };
 
 struct Settings {
-    Role role = Role::Mmse;
+    Role role = Role::MMSE;
     MmseSettings mmse;
     VadSettings vad;
 };

@@ -45,11 +45,11 @@ std::string setNumber(int& target, const std::string& text, const Range& range) 
 }
 
 // Times are given in milliseconds and kept in frames.
-std::string setFrames(int& target, const std::string& text, int lowMs, int highMs) {
+std::string setFrames(int& target, const std::string& text, int low_ms, int high_ms) {
     int milliseconds = 0;
-    std::string problem = setNumber(milliseconds, text, {lowMs, highMs, "ms", kFrameMs});
+    std::string problem = setNumber(milliseconds, text, {low_ms, high_ms, "ms", FRAME_MS});
     if (problem.empty())
-        target = milliseconds / kFrameMs;
+        target = milliseconds / FRAME_MS;
     return problem;
 }
 
@@ -68,7 +68,7 @@ std::string setChoice(Enum& target, const std::string& text,
 }
 
 std::string setRole(Settings& settings, const std::string& text) {
-    return setChoice<Role>(settings.role, text, {{"mmse", Role::Mmse}, {"vad", Role::Vad}});
+    return setChoice<Role>(settings.role, text, {{"mmse", Role::MMSE}, {"vad", Role::VAD}});
 }
 
 const std::vector<Key>& keys() {
@@ -76,43 +76,43 @@ const std::vector<Key>& keys() {
         {"engine", "role", setRole},
         {"mmse", "suppression_db",
          [](Settings& settings, const std::string& text) {
-             return setNumber(settings.mmse.suppressionDb, text, {-60, 0, "dB"});
+             return setNumber(settings.mmse.suppression_db, text, {-60, 0, "dB"});
          }},
         {"mmse", "priming_repeats",
          [](Settings& settings, const std::string& text) {
-             return setNumber(settings.mmse.primingRepeats, text, {0, 100, "repeats"});
+             return setNumber(settings.mmse.priming_repeats, text, {0, 100, "repeats"});
          }},
         {"mmse", "priming_gain_db",
          [](Settings& settings, const std::string& text) {
-             return setNumber(settings.mmse.primingGainDb, text, {0, 20, "dB"});
+             return setNumber(settings.mmse.priming_gain_db, text, {0, 20, "dB"});
          }},
         {"vad", "start_margin_db",
          [](Settings& settings, const std::string& text) {
-             return setNumber(settings.vad.startMarginDb, text, {0, 40, "dB"});
+             return setNumber(settings.vad.start_margin_db, text, {0, 40, "dB"});
          }},
         {"vad", "stay_margin_db",
          [](Settings& settings, const std::string& text) {
-             return setNumber(settings.vad.stayMarginDb, text, {0, 40, "dB"});
+             return setNumber(settings.vad.stay_margin_db, text, {0, 40, "dB"});
          }},
         {"vad", "onset_ms",
          [](Settings& settings, const std::string& text) {
-             return setFrames(settings.vad.onsetFrames, text, 10, 1000);
+             return setFrames(settings.vad.onset_frames, text, 10, 1000);
          }},
         {"vad", "hangover_ms",
          [](Settings& settings, const std::string& text) {
-             return setFrames(settings.vad.hangoverFrames, text, 0, 5000);
+             return setFrames(settings.vad.hangover_frames, text, 0, 5000);
          }},
         {"vad", "long_hangover_ms",
          [](Settings& settings, const std::string& text) {
-             return setFrames(settings.vad.longHangoverFrames, text, 0, 5000);
+             return setFrames(settings.vad.long_hangover_frames, text, 0, 5000);
          }},
         {"vad", "early_ms",
          [](Settings& settings, const std::string& text) {
-             return setFrames(settings.vad.earlyFrames, text, 0, 10000);
+             return setFrames(settings.vad.early_frames, text, 0, 10000);
          }},
         {"vad", "lookback_frames",
          [](Settings& settings, const std::string& text) {
-             return setNumber(settings.vad.lookbackFrames, text, {0, 50, "frames"});
+             return setNumber(settings.vad.lookback_frames, text, {0, 50, "frames"});
          }},
     };
     return table;

@@ -1,7 +1,4 @@
 // SPDX-License-Identifier: MIT
-// Voice activity by two witnesses: the level over the background noise, and the detector, which
-// knows how much that noise moves. The level alone takes every noise that is new for speech, and
-// the peaks of babble; the detector alone takes too much for it, in favour of soft beginnings.
 #ifndef TOLVANEV_ENGINE_SPEECHACTIVITY_H
 #define TOLVANEV_ENGINE_SPEECHACTIVITY_H
 
@@ -15,7 +12,7 @@ namespace engine {
 // Whether a frame stands out enough.
 class LevelGate {
   public:
-    LevelGate(int startMarginDb, int stayMarginDb);
+    LevelGate(int start_margin_db, int stay_margin_db);
 
     // `suspected`: what the detector says. Levels in dBFS.
     bool isSpeech(float level, float noise, bool suspected, bool open);
@@ -26,12 +23,15 @@ class LevelGate {
     void reset();
 
   private:
-    const int startMarginDb_;
-    const int stayMarginDb_;
-    float loudest_ = kFloorDbfs;  // of the utterance, fading after it
-    float recent_ = kFloorDbfs;   // of its latest 100 ms of speech or so
+    const int start_margin_db_;
+    const int stay_margin_db_;
+    float loudest_ = FLOOR_DBFS;  // of the utterance, fading after it
+    float recent_ = FLOOR_DBFS;   // of its latest 100 ms of speech or so
 };
 
+// Voice activity by two witnesses: the level over the background noise, and the detector, which
+// knows how much that noise moves. The level alone takes every noise that is new for speech, and
+// the peaks of babble; the detector alone takes too much for it, in favour of soft beginnings.
 class SpeechActivity : public VoiceActivity {
   public:
     explicit SpeechActivity(const VadSettings& settings);

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-// One role of the engine: frames in one by one, answers out through the sink given to the stage.
 #ifndef TOLVANEV_ENGINE_STAGE_H
 #define TOLVANEV_ENGINE_STAGE_H
 
@@ -7,6 +6,9 @@
 
 namespace engine {
 
+// One role of the engine: frames in one by one, answers out through the sink given to the stage.
+// main owns one for the whole run. It waits for nothing by itself; what the sink throws ends the
+// run.
 class Stage {
   public:
     virtual ~Stage() = default;

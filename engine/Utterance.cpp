@@ -10,20 +10,20 @@ Mark Utterance::update(bool voiced, bool sunk) {
     if (open_ && voiced)
         ++voiced_;
     if (run_ < framesToChange(sunk))
-        return Mark::None;
+        return Mark::NONE;
     open_ = !open_;
     run_ = 0;
     voiced_ = 0;
-    return open_ ? Mark::Start : Mark::End;
+    return open_ ? Mark::START : Mark::END;
 }
 
 // A short first word is more often followed by another one than a long utterance by more of it,
 // and toward its end a sentence gets softer.
 int Utterance::framesToChange(bool sunk) const {
     if (!open_)
-        return settings_.onsetFrames;
-    const bool goesOn = voiced_ < settings_.earlyFrames || !sunk;
-    return 1 + (goesOn ? settings_.longHangoverFrames : settings_.hangoverFrames);
+        return settings_.onset_frames;
+    const bool goes_on = voiced_ < settings_.early_frames || !sunk;
+    return 1 + (goes_on ? settings_.long_hangover_frames : settings_.hangover_frames);
 }
 
 void Utterance::reset() {

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-// Where speech begins and ends, given which frames are voiced.
 #ifndef TOLVANEV_ENGINE_UTTERANCE_H
 #define TOLVANEV_ENGINE_UTTERANCE_H
 
@@ -8,14 +7,16 @@
 namespace engine {
 
 // What stands directly before a frame.
-enum class Mark { None, Start, End };
+enum class Mark { NONE, START, END };
 
+// Where speech begins and ends, given which frames are voiced. Owned by the VAD stage, which resets
+// it with each stream.
 class Utterance {
   public:
-    // Speech is declared at the `onsetFrames`th voiced frame in a row, and stays declared for
-    // `hangoverFrames` unvoiced frames in a row; the next unvoiced frame is non-speech. It is
-    // `longHangoverFrames` until `earlyFrames` frames since START were voiced, and when the voice
-    // has not sunk: then it is likely to go on.
+    // Speech is declared at the `onset_frames`th voiced frame in a row, and stays declared for
+    // `hangover_frames` unvoiced frames in a row; the next unvoiced frame is non-speech. It is
+    // `long_hangover_frames` until `early_frames` frames since START were voiced, and when the
+    // voice has not sunk: then it is likely to go on.
     explicit Utterance(const VadSettings& settings);
 
     Mark update(bool voiced, bool sunk);

@@ -9,58 +9,58 @@ VadStage::VadStage(const VadSettings& settings, std::unique_ptr<VoiceActivity> a
     : sink_(std::move(sink)),
       activity_(std::move(activity)),
       utterance_(settings),
-      lookBack_(settings.lookbackFrames, sink_) {}
+      look_back_(settings.lookback_frames, sink_) {}
 
 void VadStage::accept(const AudioFrame& frame) {
     switch (frame.type) {
-        case kData:
+        case FRAME_DATA:
             return analyse(frame.samples);
-        case kTopOfStream:
+        case FRAME_TOF:
             return openStream();
-        case kBottomOfStream:
+        case FRAME_EOF:
             return closeStream();
         default:
             // The reader pairs our answers with data frames by position alone. A frame without
             // audio still takes a position, so it gets an answer, but tells the detector nothing.
-            return lookBack_.push(answer(kData), Mark::None);
+            return look_back_.push(answer(FRAME_DATA), Mark::NONE);
     }
 }
 
 void VadStage::finish() {
-    lookBack_.flush();
+    look_back_.flush();
 }
 
 void VadStage::analyse(const Samples& samples) {
     finding_ = activity_->examine(samples, utterance_.isOpen());
     const Mark mark = utterance_.update(finding_.voiced, finding_.sunk);
-    lookBack_.push(answer(kData), mark);
+    look_back_.push(answer(FRAME_DATA), mark);
 }
 
 // The reader drops what stands before TOF, so an open utterance is forgotten without an END.
 void VadStage::openStream() {
-    lookBack_.flush();
+    look_back_.flush();
     activity_->reset();
     finding_ = {};
     utterance_.reset();
-    sink_(bytesOf(answer(kTopOfStream)));
+    sink_(bytesOf(answer(FRAME_TOF)));
 }
 
 void VadStage::closeStream() {
-    lookBack_.flush();
-    const bool wasOpen = utterance_.isOpen();
+    look_back_.flush();
+    const bool was_open = utterance_.isOpen();
     utterance_.reset();
-    if (wasOpen)
-        sink_(bytesOf(answer(kEnd)));
-    sink_(bytesOf(answer(kBottomOfStream)));
+    if (was_open)
+        sink_(bytesOf(answer(FRAME_END)));
+    sink_(bytesOf(answer(FRAME_EOF)));
 }
 
 ResultFrame VadStage::answer(FrameType type) const {
     ResultFrame result;
     result.type = type;
-    result.values[kVoiced] = finding_.voiced ? 1 : 0;
-    result.values[kLevel] = finding_.level;
-    result.values[kNoise] = finding_.noise;
-    result.values[kOpen] = utterance_.isOpen() ? 1 : 0;
+    result.values[VOICED] = finding_.voiced ? 1 : 0;
+    result.values[LEVEL] = finding_.level;
+    result.values[NOISE] = finding_.noise;
+    result.values[OPEN] = utterance_.isOpen() ? 1 : 0;
     return result;
 }
 

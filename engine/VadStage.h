@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-// The role vad: one answer for each frame, plus START and END around utterances.
 #ifndef TOLVANEV_ENGINE_VADSTAGE_H
 #define TOLVANEV_ENGINE_VADSTAGE_H
 
@@ -13,6 +12,8 @@
 
 namespace engine {
 
+// The role vad: one answer for each frame, plus START and END around utterances. An EOF
+// amid an utterance is preceded by its END, a TOF is not.
 class VadStage : public Stage {
   public:
     VadStage(const VadSettings& settings, std::unique_ptr<VoiceActivity> activity, Sink sink);
@@ -30,7 +31,7 @@ class VadStage : public Stage {
     const std::unique_ptr<VoiceActivity> activity_;
     Finding finding_;  // about the latest data frame
     Utterance utterance_;
-    LookBack lookBack_;
+    LookBack look_back_;
 };
 
 }  // namespace engine

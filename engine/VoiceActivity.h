@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-// Tells voiced frames from others.
 #ifndef TOLVANEV_ENGINE_VOICEACTIVITY_H
 #define TOLVANEV_ENGINE_VOICEACTIVITY_H
 
@@ -11,10 +10,11 @@ namespace engine {
 struct Finding {
     bool voiced = false;
     bool sunk = false;  // the voice has come down from the loudest of its utterance
-    float level = kFloorDbfs;
-    float noise = kFloorDbfs;
+    float level = FLOOR_DBFS;
+    float noise = FLOOR_DBFS;
 };
 
+// Tells voiced frames from others. Owned by the VAD stage, which shows it every data frame once.
 class VoiceActivity {
   public:
     virtual ~VoiceActivity() = default;

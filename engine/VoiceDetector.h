@@ -1,11 +1,4 @@
 // SPDX-License-Identifier: MIT
-// Suspects speech in what stands out from the noise by more than the noise itself moves, in four
-// bands that hold speech, and does not stay the same for half a second. So neither babble, which
-// moves a lot, nor a fan that is switched on is taken for speech as easily as by its level alone.
-// Both ideas are published: a threshold that adapts to mean and deviation of the noise (Davis,
-// Nordholm, Togneri: Statistical voice activity detection using low-variance spectrum estimation
-// and an adaptive threshold, 2006), and the variability of speech over a long window (Ghosh,
-// Tsiartas, Narayanan: Robust voice activity detection using long-term signal variability, 2011).
 #ifndef TOLVANEV_ENGINE_VOICEDETECTOR_H
 #define TOLVANEV_ENGINE_VOICEDETECTOR_H
 
@@ -17,6 +10,13 @@
 
 namespace engine {
 
+// Suspects speech in what stands out from the noise by more than the noise itself moves, in four
+// bands that hold speech, and does not stay the same for half a second. So neither babble, which
+// moves a lot, nor a fan that is switched on is taken for speech as easily as by its level alone.
+// Both ideas are published: a threshold that adapts to mean and deviation of the noise (Davis,
+// Nordholm, Togneri: Statistical voice activity detection using low-variance spectrum estimation
+// and an adaptive threshold, 2006), and the variability of speech over a long window (Ghosh,
+// Tsiartas, Narayanan: Robust voice activity detection using long-term signal variability, 2011).
 class VoiceDetector {
   public:
     VoiceDetector();
@@ -27,7 +27,7 @@ class VoiceDetector {
     void reset();
 
   private:
-    static constexpr size_t kBands = 4;
+    static constexpr size_t BANDS = 4;
 
     struct Band {
         BandPass filter;
@@ -41,7 +41,7 @@ class VoiceDetector {
     bool isStill() const;
     void learn(bool voiced);
 
-    std::array<Band, kBands> bands_;
+    std::array<Band, BANDS> bands_;
     std::array<float, 50> latest_{};  // mean level of the bands, half a second in a ring
     size_t age_ = 0;                  // frames
     int quiet_;                       // frames since one stood out

@@ -16,11 +16,11 @@
 
 namespace {
 
-constexpr int kGood = 0;
-constexpr int kBroken = 1;         // the run failed: input cut, output closed
-constexpr int kMisconfigured = 2;  // it never began: bad settings or command line
+constexpr int GOOD = 0;
+constexpr int BROKEN = 1;         // the run failed: input cut, output closed
+constexpr int MISCONFIGURED = 2;  // it never began: bad settings or command line
 
-constexpr char kUsage[] =
+constexpr char USAGE[] =
     "Usage: tolvanev-engine SETTINGS_FILE\n"
     "       tolvanev-engine --check SETTINGS_FILE\n"
     "       tolvanev-engine --help | --version\n"
@@ -48,7 +48,7 @@ std::unique_ptr<engine::Stage> makeStage(const engine::Settings& settings) {
     const engine::Sink sink = [](std::span<const std::byte> frame) {
         engine::writeFrame(STDOUT_FILENO, frame);
     };
-    if (settings.role == engine::Role::Mmse)
+    if (settings.role == engine::Role::MMSE)
         return std::make_unique<engine::MmseStage>(settings.mmse, sink);
     auto activity = std::make_unique<engine::SpeechActivity>(settings.vad);
     return std::make_unique<engine::VadStage>(settings.vad, std::move(activity), sink);
@@ -59,37 +59,37 @@ int run(const engine::Settings& settings) {
     engine::AudioFrame frame;
     for (;;) {
         switch (engine::readFrame(STDIN_FILENO, frame)) {
-            case engine::ReadResult::Frame:
+            case engine::ReadResult::FRAME:
                 stage->accept(frame);
                 break;
-            case engine::ReadResult::End:
+            case engine::ReadResult::END:
                 stage->finish();
-                return kGood;
-            case engine::ReadResult::Cut:
+                return GOOD;
+            case engine::ReadResult::CUT:
                 std::fprintf(stderr, "tolvanev-engine: %s: input ended inside a frame\n",
                              nameOf(settings.role));
-                return kBroken;
+                return BROKEN;
         }
     }
 }
 
-int start(const std::string& path, bool checkOnly) {
+int start(const std::string& path, bool check_only) {
     engine::Settings settings;
     try {
         settings = engine::loadSettings(path);
     } catch (const engine::SettingsError& error) {
         std::fprintf(stderr, "tolvanev-engine: %s\n", error.what());
-        return kMisconfigured;
+        return MISCONFIGURED;
     }
-    if (checkOnly) {
+    if (check_only) {
         std::printf("%s: good, role %s\n", path.c_str(), nameOf(settings.role));
-        return kGood;
+        return GOOD;
     }
     try {
         return run(settings);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "tolvanev-engine: %s: %s\n", nameOf(settings.role), error.what());
-        return kBroken;
+        return BROKEN;
     }
 }
 
@@ -99,17 +99,17 @@ int main(int argc, char* argv[]) {
     restoreSignals();
     const std::string first = argc > 1 ? argv[1] : "";
     if (argc == 2 && (first == "--help" || first == "-h")) {
-        std::fputs(kUsage, stdout);
-        return kGood;
+        std::fputs(USAGE, stdout);
+        return GOOD;
     }
     if (argc == 2 && first == "--version") {
         std::puts("tolvanev-engine " TOLVANEV_ENGINE_VERSION);
-        return kGood;
+        return GOOD;
     }
     if (argc == 3 && first == "--check")
         return start(argv[2], true);
     if (argc == 2 && !first.starts_with("-"))
         return start(first, false);
-    std::fputs(kUsage, stderr);
-    return kMisconfigured;
+    std::fputs(USAGE, stderr);
+    return MISCONFIGURED;
 }

@@ -25,10 +25,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string path = fileWith(data, size);
     try {
         const engine::Settings settings = engine::loadSettings(path);
-        REQUIRE(settings.mmse.suppressionDb >= -60 && settings.mmse.suppressionDb <= 0);
-        REQUIRE(settings.vad.onsetFrames >= 1 && settings.vad.onsetFrames <= 100);
-        REQUIRE(settings.vad.longHangoverFrames >= 0 && settings.vad.longHangoverFrames <= 500);
-        REQUIRE(settings.vad.startMarginDb >= 0 && settings.vad.startMarginDb <= 40);
+        REQUIRE(settings.mmse.suppression_db >= -60 && settings.mmse.suppression_db <= 0);
+        REQUIRE(settings.vad.onset_frames >= 1 && settings.vad.onset_frames <= 100);
+        REQUIRE(settings.vad.long_hangover_frames >= 0 && settings.vad.long_hangover_frames <= 500);
+        REQUIRE(settings.vad.start_margin_db >= 0 && settings.vad.start_margin_db <= 40);
     } catch (const engine::SettingsError& error) {
         REQUIRE(std::string(error.what()).starts_with(path + ":"));
     }

@@ -10,23 +10,23 @@
 
 namespace {
 
-using engine::kFloorDbfs;
+using engine::FLOOR_DBFS;
 
 // A tone whose peak is `peak`; only tones of whole periods a frame join without a click.
-engine::Samples tone(double frequencyHz, double peak) {
+engine::Samples tone(double frequency_hz, double peak) {
     engine::Samples samples;
     for (size_t n = 0; n < samples.size(); ++n)
         samples[n] = static_cast<int16_t>(
-            std::lround(peak * std::sin(2 * std::numbers::pi * frequencyHz *
-                                        static_cast<double>(n) / engine::kSampleRateHz)));
+            std::lround(peak * std::sin(2 * std::numbers::pi * frequency_hz *
+                                        static_cast<double>(n) / engine::SAMPLE_RATE_HZ)));
     return samples;
 }
 
 // The level of a tone after a second of it.
-float levelOf(double frequencyHz, double peak) {
+float levelOf(double frequency_hz, double peak) {
     engine::LevelMeter meter;
     for (int frame = 0; frame < 100; ++frame)
-        meter.measure(tone(frequencyHz, peak));
+        meter.measure(tone(frequency_hz, peak));
     return meter.level();
 }
 
@@ -49,7 +49,7 @@ TEST(EngineLevelMeter, TonesBelowSpeechHardlyCount) {
 }
 
 TEST(EngineLevelMeter, SilenceIsTheFloor) {
-    EXPECT_EQ(levelOf(1000, 0), kFloorDbfs);
+    EXPECT_EQ(levelOf(1000, 0), FLOOR_DBFS);
 }
 
 TEST(EngineLevelMeter, EstimateBeginsWithTheThirdFrame) {
@@ -84,18 +84,18 @@ TEST(EngineLevelMeter, ResetForgetsEverything) {
     follow(meter, -20, 10);
     meter.reset();
     EXPECT_FALSE(meter.isReady());
-    EXPECT_EQ(meter.noise(), kFloorDbfs);
+    EXPECT_EQ(meter.noise(), FLOOR_DBFS);
 }
 
 class EngineLevelGate : public testing::Test {
   protected:
-    static constexpr float kNoise = -60;
+    static constexpr float NOISE = -60;
 
     bool starts(float margin, bool suspected) {
-        return gate_.isSpeech(kNoise + margin, kNoise, suspected, false);
+        return gate_.isSpeech(NOISE + margin, NOISE, suspected, false);
     }
     bool stays(float margin, bool suspected) {
-        return gate_.isSpeech(kNoise + margin, kNoise, suspected, true);
+        return gate_.isSpeech(NOISE + margin, NOISE, suspected, true);
     }
 
     engine::LevelGate gate_{10, 5};

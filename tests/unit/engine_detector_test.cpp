@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int kSecond = 100;  // frames
+constexpr int SECOND = 100;  // frames
 
 double gainOf(double decibel) {
     return std::pow(10, decibel / 20);
@@ -66,46 +66,46 @@ class EngineVoiceDetector : public testing::Test {
 };
 
 TEST_F(EngineVoiceDetector, SteadyNoiseIsNoVoice) {
-    voicedNoise(kSecond, 0);
-    EXPECT_LT(voicedNoise(10 * kSecond, 0), kSecond / 4);
+    voicedNoise(SECOND, 0);
+    EXPECT_LT(voicedNoise(10 * SECOND, 0), SECOND / 4);
 }
 
 TEST_F(EngineVoiceDetector, HumIsNoVoice) {
-    EXPECT_EQ(voiced(10 * kSecond, [](double t) { return hum(t, 20); }), 0);
+    EXPECT_EQ(voiced(10 * SECOND, [](double t) { return hum(t, 20); }), 0);
 }
 
 TEST_F(EngineVoiceDetector, SpeechInNoiseIsVoice) {
-    voicedNoise(2 * kSecond, 0);
-    EXPECT_GT(voicedSpeech(2 * kSecond, 10), 2 * kSecond - 10);
+    voicedNoise(2 * SECOND, 0);
+    EXPECT_GT(voicedSpeech(2 * SECOND, 10), 2 * SECOND - 10);
 }
 
 TEST_F(EngineVoiceDetector, VoiceIsOverSoonAfterIt) {
-    voicedNoise(2 * kSecond, 0);
-    voicedSpeech(2 * kSecond, 10);
-    EXPECT_LT(voicedNoise(2 * kSecond, 0), 20);
+    voicedNoise(2 * SECOND, 0);
+    voicedSpeech(2 * SECOND, 10);
+    EXPECT_LT(voicedNoise(2 * SECOND, 0), 20);
 }
 
 TEST_F(EngineVoiceDetector, NewNoiseThatStaysTheSameIsVoiceForHalfASecondAtMost) {
-    voicedNoise(2 * kSecond, 0);
-    EXPECT_LE(voicedNoise(5 * kSecond, 20), 50);
+    voicedNoise(2 * SECOND, 0);
+    EXPECT_LE(voicedNoise(5 * SECOND, 20), 50);
 }
 
 TEST_F(EngineVoiceDetector, NewHumIsVoiceForHalfASecondAtMost) {
-    voicedNoise(2 * kSecond, 0);
+    voicedNoise(2 * SECOND, 0);
     const auto both = [&](double t) { return white(0) + hum(t, 20); };
-    EXPECT_LE(voiced(5 * kSecond, both), 50);
+    EXPECT_LE(voiced(5 * SECOND, both), 50);
 }
 
 TEST_F(EngineVoiceDetector, SpeechRightAtTheBeginningIsVoice) {
-    voicedSpeech(kSecond / 2, 10);  // its first dip shows the noise
-    EXPECT_GT(voicedSpeech(kSecond, 10), kSecond * 3 / 4);
+    voicedSpeech(SECOND / 2, 10);  // its first dip shows the noise
+    EXPECT_GT(voicedSpeech(SECOND, 10), SECOND * 3 / 4);
 }
 
 TEST_F(EngineVoiceDetector, ResetForgetsTheNoise) {
-    voicedNoise(2 * kSecond, 0);
+    voicedNoise(2 * SECOND, 0);
     EXPECT_EQ(voicedNoise(3, 20), 3);
     detector_.reset();
-    EXPECT_LT(voicedNoise(kSecond, 20), kSecond / 4);
+    EXPECT_LT(voicedNoise(SECOND, 20), SECOND / 4);
 }
 
 }  // namespace

@@ -15,10 +15,10 @@ std::string completedAt(const std::string& input) {
     for (size_t position = 0; position < input.size(); ++position) {
         engine::AudioFrame frame;
         const char symbol = input[position];
-        frame.type = symbol == '<'   ? engine::kTopOfStream
-                     : symbol == '>' ? engine::kBottomOfStream
-                     : symbol == '1' ? engine::kStart
-                                     : engine::kData;
+        frame.type = symbol == '<'   ? engine::FRAME_TOF
+                     : symbol == '>' ? engine::FRAME_EOF
+                     : symbol == '1' ? engine::FRAME_START
+                                     : engine::FRAME_DATA;
         if (priming.isComplete(frame))
             positions += std::to_string(position) + " ";
     }
@@ -52,11 +52,11 @@ TEST(EnginePriming, IsSpoiltByAnyOtherFrameInBetween) {
 TEST(EnginePriming, KeepsTheNoiseInOrderUntilForgotten) {
     engine::Priming priming;
     engine::AudioFrame frame;
-    frame.type = engine::kBottomOfStream;
+    frame.type = engine::FRAME_EOF;
     priming.isComplete(frame);
-    frame.type = engine::kTopOfStream;
+    frame.type = engine::FRAME_TOF;
     priming.isComplete(frame);
-    frame.type = engine::kData;
+    frame.type = engine::FRAME_DATA;
     for (int16_t index = 0; index < 10; ++index) {
         frame.samples[0] = index;
         EXPECT_EQ(priming.isComplete(frame), index == 9);

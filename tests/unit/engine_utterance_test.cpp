@@ -32,15 +32,15 @@ class ScriptedActivity : public engine::VoiceActivity {
 
 char symbolOf(int32_t type) {
     switch (type) {
-        case engine::kData:
+        case engine::FRAME_DATA:
             return '.';
-        case engine::kStart:
+        case engine::FRAME_START:
             return 'S';
-        case engine::kEnd:
+        case engine::FRAME_END:
             return 'E';
-        case engine::kTopOfStream:
+        case engine::FRAME_TOF:
             return '<';
-        case engine::kBottomOfStream:
+        case engine::FRAME_EOF:
             return '>';
         default:
             return '?';
@@ -52,13 +52,13 @@ char symbolOf(int32_t type) {
 class EngineUtterance : public testing::Test {
   protected:
     // Onset 3 frames, hangover 2, both of them unless a test says otherwise.
-    std::string answer(const std::string& input, int lookbackFrames = 0, bool finish = true) {
+    std::string answer(const std::string& input, int lookback_frames = 0, bool finish = true) {
         engine::VadSettings settings;
-        settings.onsetFrames = 3;
-        settings.hangoverFrames = 2;
-        settings.longHangoverFrames = longHangoverFrames_;
-        settings.earlyFrames = earlyFrames_;
-        settings.lookbackFrames = lookbackFrames;
+        settings.onset_frames = 3;
+        settings.hangover_frames = 2;
+        settings.long_hangover_frames = long_hangover_frames_;
+        settings.early_frames = early_frames_;
+        settings.lookback_frames = lookback_frames;
         const auto collect = [this](std::span<const std::byte> bytes) {
             ASSERT_EQ(bytes.size(), sizeof(engine::ResultFrame));
             std::memcpy(&out_.emplace_back(), bytes.data(), bytes.size());
@@ -83,8 +83,8 @@ class EngineUtterance : public testing::Test {
         frame.samples[0] = symbol == 'v' ? 1000 : 0;
         frame.samples[1] = symbol == 's' ? 1 : 0;
         const std::string types = "<>12x";
-        constexpr int32_t numbers[] = {engine::kTopOfStream, engine::kBottomOfStream,
-                                       engine::kStart, engine::kEnd, 77};
+        constexpr int32_t numbers[] = {engine::FRAME_TOF, engine::FRAME_EOF, engine::FRAME_START,
+                                       engine::FRAME_END, 77};
         if (const size_t index = types.find(symbol); index != std::string::npos)
             frame.type = numbers[index];
         return frame;
@@ -94,15 +94,15 @@ class EngineUtterance : public testing::Test {
     std::string openFlags() const {
         std::string text;
         for (const auto& frame : out_)
-            text += frame.values[engine::kOpen] == 1.0f ? '1' : '0';
+            text += frame.values[engine::OPEN] == 1.0f ? '1' : '0';
         return text;
     }
 
     std::vector<engine::ResultFrame> out_;
     int resets_ = 0;
     std::string opened_;
-    int longHangoverFrames_ = 2;
-    int earlyFrames_ = 0;
+    int long_hangover_frames_ = 2;
+    int early_frames_ = 0;
 };
 
 TEST_F(EngineUtterance, StartStandsBeforeTheFrameAtWhichSpeechIsDeclared) {
@@ -123,21 +123,21 @@ TEST_F(EngineUtterance, VoicedFrameRenewsTheHangover) {
 }
 
 TEST_F(EngineUtterance, VoiceThatBreaksOffIsWaitedForLonger) {
-    longHangoverFrames_ = 4;
+    long_hangover_frames_ = 4;
     EXPECT_EQ(answer("<vvvuuuuu"), "<..S.....E.");
     EXPECT_EQ(answer("<vvvsss"), "<..S...E.");
 }
 
 TEST_F(EngineUtterance, YoungUtteranceHasTheLongHangover) {
-    longHangoverFrames_ = 4;
-    earlyFrames_ = 2;
+    long_hangover_frames_ = 4;
+    early_frames_ = 2;
     EXPECT_EQ(answer("<vvvvsssss"), "<..S......E.");
     EXPECT_EQ(answer("<vvvvvsss"), "<..S.....E.");
 }
 
 TEST_F(EngineUtterance, EachUtteranceIsYoungAtItsBeginning) {
-    longHangoverFrames_ = 4;
-    earlyFrames_ = 1;
+    long_hangover_frames_ = 4;
+    early_frames_ = 1;
     EXPECT_EQ(answer("<vvvvsssvvvsssss"), "<..S....E...S.....E.");
 }
 
@@ -206,10 +206,10 @@ TEST_F(EngineUtterance, HeldFramesLeaveBeforeEofAndTof) {
 
 // Every stream of four kinds of frames up to length 9, with and without look-back.
 TEST_F(EngineUtterance, StartAndEndAlternateAndNoFrameIsLostInAnyShortStream) {
-    constexpr int kLength = 9;
-    for (int code = 0; code < 1 << (2 * kLength); code += 3) {
+    constexpr int LENGTH = 9;
+    for (int code = 0; code < 1 << (2 * LENGTH); code += 3) {
         std::string input;
-        for (int position = 0; position < kLength; ++position)
+        for (int position = 0; position < LENGTH; ++position)
             input += "vu<>"[code >> (2 * position) & 3];
         std::string expected;
         for (const char symbol : input)
