@@ -55,7 +55,7 @@ class ApplicationTest : public HermeticTest {
 
     // The peers connect; then they do this, before the first pass.
     void whenConnected(std::function<void()> step, int attempt = 0) {
-        faults::afterNext(faults::Call::Listen,
+        faults::afterNext(faults::Call::LISTEN,
                           [this, step] {
                               voice_ = LoopbackPeer::dial(port_);
                               sound_ = sound_listener_.accept();
@@ -65,7 +65,7 @@ class ApplicationTest : public HermeticTest {
     }
 
     void inEachPass(std::function<void()> step) {
-        faults::afterNext(faults::Call::Select,
+        faults::afterNext(faults::Call::SELECT,
                           [this, step] {
                               inEachPass(step);
                               step();

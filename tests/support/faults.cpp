@@ -185,81 +185,81 @@ using faults::through;
 extern "C" {
 
 int __wrap_pipe(int fds[2]) {
-    return through(Call::Pipe, ANY_FD, [&] { return __real_pipe(fds); });
+    return through(Call::PIPE, ANY_FD, [&] { return __real_pipe(fds); });
 }
 
 pid_t __wrap_fork() {
-    return through(Call::Fork, ANY_FD, [] { return __real_fork(); });
+    return through(Call::FORK, ANY_FD, [] { return __real_fork(); });
 }
 
 int __wrap_dup2(int from, int to) {
-    return through(Call::Dup2, to, [&] { return __real_dup2(from, to); });
+    return through(Call::DUP2, to, [&] { return __real_dup2(from, to); });
 }
 
 int __wrap_kill(pid_t pid, int signal) {
     faults::awaitEngineUnderMemcheck(pid);
-    return through(Call::Kill, ANY_FD, [&] { return __real_kill(pid, signal); });
+    return through(Call::KILL, ANY_FD, [&] { return __real_kill(pid, signal); });
 }
 
 pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
-    return through(Call::Waitpid, ANY_FD, [&] { return __real_waitpid(pid, status, options); });
+    return through(Call::WAITPID, ANY_FD, [&] { return __real_waitpid(pid, status, options); });
 }
 
 int __wrap_select(int count, fd_set* readable, fd_set* writable, fd_set* special,
                   timeval* timeout) {
     if (timeout)
         faults::state().timeout = timeout->tv_sec * 1'000'000L + timeout->tv_usec;
-    return through(Call::Select, count - 1,
+    return through(Call::SELECT, count - 1,
                    [&] { return __real_select(count, readable, writable, special, timeout); });
 }
 
 ssize_t __wrap_read(int fd, void* data, size_t size) {
-    return through(Call::Read, fd, size,
+    return through(Call::READ, fd, size,
                    [&](size_t limit) { return __real_read(fd, data, limit); });
 }
 
 ssize_t __wrap_write(int fd, const void* data, size_t size) {
-    return through(Call::Write, fd, size,
+    return through(Call::WRITE, fd, size,
                    [&](size_t limit) { return __real_write(fd, data, limit); });
 }
 
 int __wrap_socket(int domain, int type, int protocol) {
-    return through(Call::Socket, ANY_FD, [&] { return __real_socket(domain, type, protocol); });
+    return through(Call::SOCKET, ANY_FD, [&] { return __real_socket(domain, type, protocol); });
 }
 
 int __wrap_setsockopt(int fd, int level, int name, const void* value, socklen_t size) {
-    return through(Call::Setsockopt, fd,
+    return through(Call::SETSOCKOPT, fd,
                    [&] { return __real_setsockopt(fd, level, name, value, size); });
 }
 
 int __wrap_bind(int fd, const sockaddr* address, socklen_t size) {
-    return through(Call::Bind, fd, [&] { return __real_bind(fd, address, size); });
+    return through(Call::BIND, fd, [&] { return __real_bind(fd, address, size); });
 }
 
 int __wrap_listen(int fd, int backlog) {
     faults::state().backlog = backlog;
-    return through(Call::Listen, fd, [&] { return __real_listen(fd, backlog); });
+    return through(Call::LISTEN, fd, [&] { return __real_listen(fd, backlog); });
 }
 
 int __wrap_accept(int fd, sockaddr* address, socklen_t* size) {
-    return through(Call::Accept, fd, [&] { return __real_accept(fd, address, size); });
+    return through(Call::ACCEPT, fd, [&] { return __real_accept(fd, address, size); });
 }
 
 int __wrap_connect(int fd, const sockaddr* address, socklen_t size) {
-    return through(Call::Connect, fd, [&] { return __real_connect(fd, address, size); });
+    return through(Call::CONNECT, fd, [&] { return __real_connect(fd, address, size); });
 }
 
 int __wrap_close(int fd) {
-    return through(Call::Close, fd, [&] { return __real_close(fd); });
+    return through(Call::CLOSE, fd, [&] { return __real_close(fd); });
 }
 
 unsigned __wrap_sleep(unsigned seconds) {
     faults::state().pause = seconds;
-    return through(Call::Sleep, ANY_FD, [&] { return __real_sleep(seconds); });
+    return through(Call::SLEEP, ANY_FD, [&] { return __real_sleep(seconds); });
 }
 
 int __wrap_gettimeofday(timeval* now, void* zone) {
-    return through(Call::Gettimeofday, ANY_FD, [&] { return __real_gettimeofday(now, zone); });
+    return through(Call::GETTIMEOFDAY, ANY_FD, [&] { return __real_gettimeofday(now, zone); });
 }
 
 }  // extern "C"

@@ -9,31 +9,31 @@
 // Without a plan every call is made as it stands. A plan meets one call and is then used up; plans
 // of one kind of call do not know of each other. Calls made inside the C library do not count.
 //
-//     faults::failNext(faults::Call::Select, EBADF);         the next select fails
-//     faults::answerNext(faults::Call::Select, 0);           ... reports a time-out at once
-//     faults::shortenNext(faults::Call::Write, 10);          ... takes 10 bytes only
-//     faults::afterNext(faults::Call::Listen, dial);         ... succeeds, then dial() runs
-//     faults::failNext(faults::Call::Read, EIO, {.fd = 0});  the next read of descriptor 0 fails
+//     faults::failNext(faults::Call::SELECT, EBADF);         the next select fails
+//     faults::answerNext(faults::Call::SELECT, 0);           ... reports a time-out at once
+//     faults::shortenNext(faults::Call::WRITE, 10);          ... takes 10 bytes only
+//     faults::afterNext(faults::Call::LISTEN, dial);         ... succeeds, then dial() runs
+//     faults::failNext(faults::Call::READ, EIO, {.fd = 0});  the next read of descriptor 0 fails
 namespace faults {
 
 enum class Call {
-    Pipe,
-    Fork,
-    Dup2,
-    Kill,
-    Waitpid,
-    Select,
-    Read,
-    Write,
-    Socket,
-    Setsockopt,
-    Bind,
-    Listen,
-    Accept,
-    Connect,
-    Close,
-    Sleep,
-    Gettimeofday,
+    PIPE,
+    FORK,
+    DUP2,
+    KILL,
+    WAITPID,
+    SELECT,
+    READ,
+    WRITE,
+    SOCKET,
+    SETSOCKOPT,
+    BIND,
+    LISTEN,
+    ACCEPT,
+    CONNECT,
+    CLOSE,
+    SLEEP,
+    GETTIMEOFDAY,
     COUNT
 };
 
@@ -48,7 +48,7 @@ struct Where {
 void failNext(Call call, int error, Where where = {});
 // The call is not made; step runs in its place, and it returns result.
 void answerNext(Call call, long result, Where where = {}, std::function<void()> step = {});
-// Read and Write: the call is made for at most this many bytes.
+// READ and WRITE: the call is made for at most this many bytes.
 void shortenNext(Call call, size_t bytes, Where where = {});
 // The call is made; then step runs, which may plan again or throw. errno stays the call's.
 void afterNext(Call call, std::function<void()> step, Where where = {});

@@ -14,7 +14,7 @@
 // go on. One at a time.
 class InterruptWatch {
   public:
-    // onAct runs when an interrupt acts.
+    // on_act runs when an interrupt acts.
     explicit InterruptWatch(std::function<void()> on_act = [] {}) {
         came_ = 0;
         acted_ = 0;

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-// The other end of a connection on the loopback network. Neither ends the program by SIGPIPE nor
-// waits without bound, and moves bytes by calls that faults.h does not touch.
 #ifndef TOLVANEV_TESTS_LOOPBACK_PEER_H
 #define TOLVANEV_TESTS_LOOPBACK_PEER_H
 
@@ -14,6 +12,8 @@
 // A port that nobody uses.
 uint16_t freePort();
 
+// The other end of a connection on the loopback network. Neither ends the program by SIGPIPE nor
+// waits without bound, and moves bytes by calls that faults.h does not touch.
 class LoopbackPeer {
   public:
     LoopbackPeer() = default;  // not connected
@@ -40,6 +40,7 @@ class LoopbackPeer {
     ScopedDescriptor socket_;
 };
 
+// Listens on a free port for the bridge to connect; what it accepts is a peer.
 class LoopbackListener {
   public:
     LoopbackListener();

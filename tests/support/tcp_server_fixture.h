@@ -22,7 +22,7 @@ class TCPServerTest : public HermeticTest {
 
     // The peer dials as soon as the server listens, so that connect need not wait.
     void dialWhenListening(const char* address = "127.0.0.1") {
-        faults::afterNext(faults::Call::Listen,
+        faults::afterNext(faults::Call::LISTEN,
                           [this, address] { peer_ = LoopbackPeer::dial(port_, address); });
     }
 
@@ -46,7 +46,7 @@ class TCPServerTest : public HermeticTest {
     // The next such call fails; so does the log's reading of the clock, with another errno.
     static void failNext(faults::Call call, int error, int skip = 0) {
         faults::failNext(call, error, {.skip = skip});
-        faults::failNext(faults::Call::Gettimeofday, EXDEV);
+        faults::failNext(faults::Call::GETTIMEOFDAY, EXDEV);
     }
 
     std::vector<std::string> logged() const { return log_.lines(); }

@@ -78,7 +78,7 @@ TEST_F(AppConnectorTest, ASecondFinalizeDoesNothing) {
     launch();
     connector_.finalize();
     EXPECT_TRUE(connector_.finalize());
-    EXPECT_EQ(faults::callsOf(Call::Kill), 1);
+    EXPECT_EQ(faults::callsOf(Call::KILL), 1);
 }
 
 TEST_F(AppConnectorTest, FinalizeTakesAChildThatEndedByItself) {
@@ -119,7 +119,7 @@ TEST_F(AppConnectorTest, AFailingDestructorLogsAndDoesNotThrow) {
     {
         AppConnector other;
         other.launch(SCRIPTED_ENGINE, engine_.settings());
-        faults::failNext(Call::Kill, EPERM);
+        faults::failNext(Call::KILL, EPERM);
     }
     EXPECT_EQ(log.lines(),
               std::vector{withSystemText(
@@ -130,7 +130,7 @@ TEST_F(AppConnectorTest, AFailingDestructorLogsAndDoesNotThrow) {
 
 TEST_F(AppConnectorTest, AFailingFirstPipeThrows) {
     EXPECT_EQ(
-        errorWhen(Call::Pipe, EMFILE, [this] { launch(); }),
+        errorWhen(Call::PIPE, EMFILE, [this] { launch(); }),
         withSystemText("[AppConnectorError] Parent to child pipe create failed. error : ", EMFILE));
     EXPECT_FALSE(connector_.isOpen());
 }
@@ -139,14 +139,14 @@ TEST_F(AppConnectorTest, AFailingSecondPipeThrowsAndLeavesTheFirstOpen) {
     const auto before = openDescriptors();
     EXPECT_EQ(
         errorWhen(
-            Call::Pipe, ENFILE, [this] { launch(); }, 1),
+            Call::PIPE, ENFILE, [this] { launch(); }, 1),
         withSystemText("[AppConnectorError] Child to parent pipe create failed. error : ", ENFILE));
     EXPECT_EQ(closeOpenedSince(before), 2u);
 }
 
 TEST_F(AppConnectorTest, AFailingForkThrowsWithoutSystemTextAndLeavesBothPipesOpen) {
     const auto before = openDescriptors();
-    EXPECT_EQ(errorWhen(Call::Fork, EAGAIN, [this] { launch(); }),
+    EXPECT_EQ(errorWhen(Call::FORK, EAGAIN, [this] { launch(); }),
               "[AppConnectorError] fork failed.");
     EXPECT_FALSE(connector_.isOpen());
     EXPECT_EQ(closeOpenedSince(before), 4u);
@@ -154,7 +154,7 @@ TEST_F(AppConnectorTest, AFailingForkThrowsWithoutSystemTextAndLeavesBothPipesOp
 
 TEST_F(AppConnectorTest, AFailingKillThrowsAndLeavesTheConnectorOpen) {
     launch();
-    EXPECT_EQ(errorWhen(Call::Kill, EPERM, [this] { connector_.finalize(); }),
+    EXPECT_EQ(errorWhen(Call::KILL, EPERM, [this] { connector_.finalize(); }),
               withSystemText("[AppConnectorError] Kill child process failed. error : ", EPERM));
     EXPECT_TRUE(connector_.isOpen());
     EXPECT_TRUE(connector_.finalize());
@@ -162,7 +162,7 @@ TEST_F(AppConnectorTest, AFailingKillThrowsAndLeavesTheConnectorOpen) {
 
 TEST_F(AppConnectorTest, AFailingWaitForTheChildThrowsAndLeavesTheConnectorOpen) {
     launch();
-    EXPECT_EQ(errorWhen(Call::Waitpid, EINTR, [this] { connector_.finalize(); }),
+    EXPECT_EQ(errorWhen(Call::WAITPID, EINTR, [this] { connector_.finalize(); }),
               withSystemText("[AppConnectorError] Wait Pid failed. error : ", EINTR));
     EXPECT_TRUE(connector_.isOpen());
     EXPECT_TRUE(connector_.finalize());
@@ -170,7 +170,7 @@ TEST_F(AppConnectorTest, AFailingWaitForTheChildThrowsAndLeavesTheConnectorOpen)
 
 TEST_F(AppConnectorTest, ARelaunchPassesOnTheErrorOfItsFinalize) {
     launch();
-    EXPECT_EQ(errorWhen(Call::Kill, EPERM, [this] { launch(); }),
+    EXPECT_EQ(errorWhen(Call::KILL, EPERM, [this] { launch(); }),
               withSystemText("[AppConnectorError] Kill child process failed. error : ", EPERM));
 }
 
@@ -204,7 +204,7 @@ class AppConnectorChild : public AppConnectorTest {
   protected:
     template <typename Check>
     int statusOfChild(int skip, Check check) {
-        faults::failNext(Call::Dup2, EBUSY, {.skip = skip});
+        faults::failNext(Call::DUP2, EBUSY, {.skip = skip});
         const pid_t parent = getpid();
         const std::string error = errorOf<AppConnectorError>([this] { launch(); });
         if (getpid() != parent)

@@ -29,8 +29,8 @@ TEST_F(AppConnectorTest, InitializeReturnsTrueAndStartsNothing) {
 TEST_F(AppConnectorTest, FinalizeOfANeverLaunchedConnectorDoesNothing) {
     EXPECT_TRUE(connector_.finalize());
     EXPECT_FALSE(connector_.isOpen());
-    EXPECT_EQ(faults::callsOf(Call::Close), 0);
-    EXPECT_EQ(faults::callsOf(Call::Kill), 0);
+    EXPECT_EQ(faults::callsOf(Call::CLOSE), 0);
+    EXPECT_EQ(faults::callsOf(Call::KILL), 0);
 }
 
 TEST_F(AppConnectorTest, ANeverLaunchedConnectorCanNeitherReadNorWrite) {
@@ -76,9 +76,9 @@ TEST_F(AppConnectorTest, AShortReadIsASuccessAndLeavesTheRestOfTheBlock) {
 
 TEST_F(AppConnectorTest, AShortWriteIsASuccessAndNotRetried) {
     launch("silent\n");
-    faults::shortenNext(Call::Write, 10);
+    faults::shortenNext(Call::WRITE, 10);
     write(makeFrame(0));
-    EXPECT_EQ(faults::callsOf(Call::Write), 1);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 1);
 }
 
 TEST_F(AppConnectorTest, ReadReturnsOneOnTimeoutAndLeavesTheBlock) {
@@ -90,7 +90,7 @@ TEST_F(AppConnectorTest, ReadReturnsOneOnTimeoutAndLeavesTheBlock) {
 
 TEST_F(AppConnectorTest, ReadWaitsSecondsAndMicrosecondsOfItsTimeout) {
     launch("silent\n");
-    faults::answerNext(Call::Select, 0);
+    faults::answerNext(Call::SELECT, 0);
     EXPECT_EQ(read(4, 1500).status, 1);
     EXPECT_EQ(faults::microsecondsAsked(), 1'500'000);
 }
@@ -120,19 +120,19 @@ TEST_F(AppConnectorTest, AWriteToADeadChildEndsTheProcessByTheBrokenPipeSignal) 
 
 TEST_F(AppConnectorTest, AFailingWaitForOutputThrows) {
     launch();
-    EXPECT_EQ(errorWhen(Call::Select, EINTR, [this] { read(4, 0); }),
+    EXPECT_EQ(errorWhen(Call::SELECT, EINTR, [this] { read(4, 0); }),
               withSystemText("[AppConnectorError] Pipe select failed. error : ", EINTR));
 }
 
 TEST_F(AppConnectorTest, AFailingReadThrows) {
     launch("emit 0\n");
-    EXPECT_EQ(errorWhen(Call::Read, EIO, [this] { read(4, 10000); }),
+    EXPECT_EQ(errorWhen(Call::READ, EIO, [this] { read(4, 10000); }),
               withSystemText("[AppConnectorError] Pipe read failed. error : ", EIO));
 }
 
 TEST_F(AppConnectorTest, AFailingWriteThrows) {
     launch();
-    EXPECT_EQ(errorWhen(Call::Write, ENOSPC, [this] { write(makeFrame(0)); }),
+    EXPECT_EQ(errorWhen(Call::WRITE, ENOSPC, [this] { write(makeFrame(0)); }),
               withSystemText("[AppConnectorError] Pipe write failed. error : ", ENOSPC));
 }
 

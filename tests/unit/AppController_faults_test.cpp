@@ -49,7 +49,7 @@ TEST_F(AppControllerTest, AnInvalidVADFrameStaysInFront) {
 
 TEST_F(AppControllerTest, AFailedWaitCarriesBothTags) {
     launch("", "");
-    faults::failNext(Call::Select, EINTR);
+    faults::failNext(Call::SELECT, EINTR);
     EXPECT_EQ(errorOfPass(),
               withSystemText(
                   "[AppcontrollerError] [AppConnectorError] Pipe select failed. error : ", EINTR));
@@ -57,7 +57,7 @@ TEST_F(AppControllerTest, AFailedWaitCarriesBothTags) {
 
 TEST_F(AppControllerTest, AFailedReadCarriesBothTags) {
     launchEmitting("0", "0");
-    faults::failNext(Call::Read, EIO);
+    faults::failNext(Call::READ, EIO);
     EXPECT_EQ(
         errorOfPass(),
         withSystemText("[AppcontrollerError] [AppConnectorError] Pipe read failed. error : ", EIO));
@@ -66,7 +66,7 @@ TEST_F(AppControllerTest, AFailedReadCarriesBothTags) {
 TEST_F(AppControllerTest, AFailedWriteCarriesBothTagsAndKeepsTheFrame) {
     launch("", "");
     feed("0");
-    faults::failNext(Call::Write, EIO);
+    faults::failNext(Call::WRITE, EIO);
     EXPECT_EQ(errorOfPass(),
               withSystemText("[AppcontrollerError] [AppConnectorError] Pipe write failed. error : ",
                              EIO));
@@ -76,7 +76,7 @@ TEST_F(AppControllerTest, AFailedWriteCarriesBothTagsAndKeepsTheFrame) {
 
 TEST_F(AppControllerTest, AFailedWriteToTheVADEngineKeepsTheFrame) {
     launchEmitting("0", "0");
-    faults::failNext(Call::Write, EIO);
+    faults::failNext(Call::WRITE, EIO);
     EXPECT_NE(errorOfPass(), "");
     pass();
     EXPECT_TRUE(engines_.vad.hasLogged("frame 0 1"));
@@ -84,13 +84,13 @@ TEST_F(AppControllerTest, AFailedWriteToTheVADEngineKeepsTheFrame) {
 
 TEST_F(AppControllerTest, AnyOtherErrorLosesItsText) {
     launch("", "");
-    faults::afterNext(Call::Select, [] { throw std::runtime_error("[AppcontrollerError] text"); });
+    faults::afterNext(Call::SELECT, [] { throw std::runtime_error("[AppcontrollerError] text"); });
     EXPECT_EQ(errorOfPass(), "[AppcontrollerError] Unknown Exception.");
 }
 
 TEST_F(AppControllerTest, AnAppControllerErrorInsideAPassLosesItsText) {
     launch("", "");
-    faults::afterNext(Call::Select, [] { throw AppControllerError("text"); });
+    faults::afterNext(Call::SELECT, [] { throw AppControllerError("text"); });
     EXPECT_EQ(errorOfPass(), "[AppcontrollerError] Unknown Exception.");
 }
 
@@ -122,8 +122,8 @@ class DeadVADEngine : public AppControllerTest {
 TEST_F(DeadVADEngine, DoesNotTrapTheLoop) {
     launchDead("silent\n", "");
     pass();
-    EXPECT_GE(faults::callsOf(Call::Read), 630);  // what a pipe can hold is read in one pass
-    EXPECT_LT(faults::callsOf(Call::Read), 1000);
+    EXPECT_GE(faults::callsOf(Call::READ), 630);  // what a pipe can hold is read in one pass
+    EXPECT_LT(faults::callsOf(Call::READ), 1000);
 }
 
 // The buffer is zeroed once a pass, not once a read: a read that brings nothing repeats the frame
@@ -132,7 +132,7 @@ TEST_F(DeadVADEngine, RepeatsItsLastFrameWithinThePassAndThenYieldsSilence) {
     launchDead("emit 0\nsilent\n", "emit 1\n");
     ASSERT_TRUE(engines_.mmse.hasLogged("emitted"));
     feed("0");
-    faults::answerNext(Call::Write, 324, {.skip = 1});  // the VAD engine cannot take a frame
+    faults::answerNext(Call::WRITE, 324, {.skip = 1});  // the VAD engine cannot take a frame
     pass();
     EXPECT_EQ(server().substr(0, 12), "1:0 1:0 1:0 ");
     pass();

@@ -21,8 +21,8 @@ TEST_F(AppControllerTest, OnePassMovesOneFrameIntoEachEngineAndDrainsTheVADEngin
     feed("0 0 0");
     faults::clear();
     pass();
-    EXPECT_EQ(faults::callsOf(Call::Write), 2);
-    EXPECT_EQ(faults::callsOf(Call::Read), 1 + 3);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 2);
+    EXPECT_EQ(faults::callsOf(Call::READ), 1 + 3);
     EXPECT_EQ(faults::microsecondsAsked(), 0);  // it polls
 }
 
@@ -53,7 +53,7 @@ TEST_F(AppControllerTest, MMSEFramesOfUnknownTypeReachOnlyTheVADEngine) {
 TEST_F(AppControllerTest, AShortFrameCountsAsAWholeOneFilledWithZeros) {
     launchEmitting("0", "0");
     feed("0");
-    faults::shortenNext(Call::Read, 4);
+    faults::shortenNext(Call::READ, 4);
     pass();
     EXPECT_EQ(mmse(), "0:0");
 }
@@ -70,7 +70,7 @@ TEST_F(AppControllerTest, AShortFrameHoldsNothingOfEarlierOnes) {
         pass();
     }
     EXPECT_EQ(mmse(), "0:39");
-    faults::shortenNext(Call::Read, 4);
+    faults::shortenNext(Call::READ, 4);
     pass();
     EXPECT_EQ(mmse(), "0:0");
 }

@@ -60,7 +60,7 @@ TEST_F(AppControllerTest, LaunchStartsBothEnginesWithTheirSettings) {
 }
 
 TEST_F(AppControllerTest, AFailingVADLaunchNamesTheVADConnector) {
-    faults::failNext(Call::Pipe, EMFILE);
+    faults::failNext(Call::PIPE, EMFILE);
     EXPECT_EQ(errorOf<AppControllerError>([this] { controller_.launch(); }),
               withSystemText("[AppcontrollerError] VAD connector launch failed. "
                              "[AppConnectorError] Parent to child pipe create failed. error : ",
@@ -70,7 +70,7 @@ TEST_F(AppControllerTest, AFailingVADLaunchNamesTheVADConnector) {
 }
 
 TEST_F(AppControllerTest, TheVADEngineIsStartedBeforeTheMMSEEngine) {
-    faults::failNext(Call::Pipe, EMFILE, {.skip = 2});
+    faults::failNext(Call::PIPE, EMFILE, {.skip = 2});
     EXPECT_EQ(errorOf<AppControllerError>([this] { controller_.launch(); }),
               withSystemText("[AppcontrollerError] MMSE connector launch failed. "
                              "[AppConnectorError] Parent to child pipe create failed. error : ",
@@ -79,7 +79,7 @@ TEST_F(AppControllerTest, TheVADEngineIsStartedBeforeTheMMSEEngine) {
 }
 
 TEST_F(AppControllerTest, FinalizeAfterAFailedLaunchStopsTheEngineThatWasStarted) {
-    faults::failNext(Call::Pipe, EMFILE, {.skip = 2});
+    faults::failNext(Call::PIPE, EMFILE, {.skip = 2});
     EXPECT_THROW(controller_.launch(), AppControllerError);
     EXPECT_FALSE(controller_.process());
     EXPECT_TRUE(controller_.finalize());
@@ -103,7 +103,7 @@ TEST_F(AppControllerTest, AfterFinalizeProcessReturnsFalse) {
 
 TEST_F(AppControllerTest, AConnectorErrorLeavesFinalizeUnchanged) {
     launch();
-    faults::failNext(Call::Kill, EPERM);
+    faults::failNext(Call::KILL, EPERM);
     EXPECT_EQ(errorOf<AppConnectorError>([this] { controller_.finalize(); }),
               withSystemText("[AppConnectorError] Kill child process failed. error : ", EPERM));
     EXPECT_TRUE(controller_.isOpen());
@@ -112,7 +112,7 @@ TEST_F(AppControllerTest, AConnectorErrorLeavesFinalizeUnchanged) {
 TEST_F(AppControllerTest, TheVADEngineIsStoppedFirst) {
     launch();
     ASSERT_TRUE(engines_.vad.hasLogged("start") && engines_.mmse.hasLogged("start"));
-    faults::failNext(Call::Kill, EPERM, {.skip = 1});
+    faults::failNext(Call::KILL, EPERM, {.skip = 1});
     EXPECT_THROW(controller_.finalize(), AppConnectorError);
     EXPECT_EQ(kill(engines_.vad.pids().at(0), 0), -1);
     EXPECT_EQ(kill(engines_.mmse.pids().at(0), 0), 0);
@@ -130,7 +130,7 @@ TEST_F(AppControllerTest, AFailingDestructorLogsAndTheConnectorsStopTheirEngines
     auto other = std::make_unique<OpenAppController>();
     other->initialize(SCRIPTED_ENGINE, engines_.mmse.settings(), engines_.vad.settings());
     other->launch();
-    faults::failNext(Call::Kill, EPERM);
+    faults::failNext(Call::KILL, EPERM);
     other.reset();
     EXPECT_EQ(log_.lines(),
               std::vector{withSystemText(

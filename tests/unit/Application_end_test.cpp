@@ -70,8 +70,8 @@ TEST_F(ApplicationTest, ALostPeerIsNotConnectedAgain) {
     initialize();
     whenConnected([this] { voice_.reset(); });
     app_->run();
-    EXPECT_EQ(faults::callsOf(Call::Accept), 1);
-    EXPECT_EQ(faults::callsOf(Call::Sleep), 0);
+    EXPECT_EQ(faults::callsOf(Call::ACCEPT), 1);
+    EXPECT_EQ(faults::callsOf(Call::SLEEP), 0);
 }
 
 TEST_F(ApplicationTest, ASoundClientThatClosesInOrderIsNotNoticed) {
@@ -85,7 +85,7 @@ TEST_F(ApplicationTest, AFailedPlaySoundCommandEndsTheRunWithTrue) {
     whenConnected([this] {
         node_.say("play_sound_on\n");
         sound_.close();
-        faults::failNext(Call::Write, EPIPE);
+        faults::failNext(Call::WRITE, EPIPE);
     });
     EXPECT_TRUE(app_->run());
     EXPECT_EQ(errors_.text(), CONNECTED + "[SoundClientError] Sound client write failed.\n");
@@ -114,7 +114,7 @@ TEST_F(ApplicationTest, AClosedStandardInputIsReportedAndThrownOn) {
 TEST_F(ApplicationTest, AnyOtherErrorIsFatalAndThrownOn) {
     initialize();
     whenConnected([] {});
-    faults::afterNext(Call::Select, [] { throw std::bad_alloc(); }, {.skip = 1});
+    faults::afterNext(Call::SELECT, [] { throw std::bad_alloc(); }, {.skip = 1});
     EXPECT_THROW(app_->run(), std::bad_alloc);
     EXPECT_EQ(errors_.text(), CONNECTED + "[FATAL] Unknown Exception\n");
 }
@@ -122,7 +122,7 @@ TEST_F(ApplicationTest, AnyOtherErrorIsFatalAndThrownOn) {
 TEST_F(ApplicationTest, ARuntimeErrorOfNoComponentIsFatalToo) {
     initialize();
     whenConnected([] {});
-    faults::afterNext(Call::Select, [] { throw std::runtime_error("text"); }, {.skip = 1});
+    faults::afterNext(Call::SELECT, [] { throw std::runtime_error("text"); }, {.skip = 1});
     EXPECT_EQ(errorOf<std::runtime_error>([this] { app_->run(); }), "text");
     EXPECT_EQ(errors_.text(), CONNECTED + "[FATAL] Unknown Exception\n");
 }

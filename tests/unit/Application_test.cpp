@@ -75,7 +75,7 @@ TEST_F(ApplicationTest, TheDestructorStopsEnginesAndClosesBothPeers) {
 
 TEST_F(ApplicationTest, AFailedVADLaunchIsFatalAndThrownOn) {
     initialize();
-    faults::failNext(Call::Pipe, EMFILE);
+    faults::failNext(Call::PIPE, EMFILE);
     const std::string error = errorOf<AppControllerError>([this] { app_->run(); });
     EXPECT_EQ(error,
               withSystemText("[AppcontrollerError] VAD connector launch failed. "
@@ -86,7 +86,7 @@ TEST_F(ApplicationTest, AFailedVADLaunchIsFatalAndThrownOn) {
 
 TEST_F(ApplicationTest, AFailedMMSELaunchStopsTheVADEngine) {
     initialize();
-    faults::failNext(Call::Pipe, EMFILE, {.skip = 2});
+    faults::failNext(Call::PIPE, EMFILE, {.skip = 2});
     EXPECT_THROW(app_->run(), AppControllerError);
     EXPECT_FALSE(hasChildren());
     EXPECT_EQ(errors_.text().substr(0, 58),
@@ -100,33 +100,33 @@ TEST_F(ApplicationTest, ConnectingIsAnnounced) {
     whenConnected([] {});
     runUntil([] { return true; });
     EXPECT_EQ(errors_.text(), CONNECTED + "[ROSConnectorError] ROS connector read failed.\n");
-    EXPECT_EQ(faults::callsOf(Call::Sleep), 0);
+    EXPECT_EQ(faults::callsOf(Call::SLEEP), 0);
 }
 
 TEST_F(ApplicationTest, AMissingSoundClientIsTriedAgainAfterFiveSecondsWithoutLimit) {
     initialize();
     for (int i = 0; i < 3; ++i) {
-        faults::failNext(Call::Socket, EMFILE);
-        faults::answerNext(Call::Sleep, 0);
+        faults::failNext(Call::SOCKET, EMFILE);
+        faults::answerNext(Call::SLEEP, 0);
     }
     whenConnected([] {});
     runUntil([] { return true; });
     EXPECT_EQ(
         errors_.text().substr(0, 3 * 25 + CONNECTED.size()),
         "Connecting to Server ... Connecting to Server ... Connecting to Server ... " + CONNECTED);
-    EXPECT_EQ(faults::callsOf(Call::Sleep), 3);
+    EXPECT_EQ(faults::callsOf(Call::SLEEP), 3);
     EXPECT_EQ(faults::secondsAsked(), 5u);
 }
 
 TEST_F(ApplicationTest, AMissingVoiceServerDisconnectsTheSoundClientBeforeTheNextAttempt) {
     initialize();
-    faults::answerNext(Call::Select, 0);  // nobody comes within the five seconds
+    faults::answerNext(Call::SELECT, 0);  // nobody comes within the five seconds
     bool ended = false;
-    faults::answerNext(Call::Sleep, 0, {}, [&] { ended = sound_listener_.accept().seesEnd(); });
+    faults::answerNext(Call::SLEEP, 0, {}, [&] { ended = sound_listener_.accept().seesEnd(); });
     whenConnected([] {}, 1);
     runUntil([] { return true; });
     EXPECT_TRUE(ended);
-    EXPECT_EQ(faults::callsOf(Call::Sleep), 1);
+    EXPECT_EQ(faults::callsOf(Call::SLEEP), 1);
     EXPECT_EQ(errors_.text().substr(0, 25 + CONNECTED.size()),
               "Connecting to Server ... " + CONNECTED);
 }

@@ -78,8 +78,8 @@ class InterruptedRead : public HermeticTest {
   protected:
     // The next read finds nothing and waits; an interrupt comes meanwhile.
     static void interruptNextRead(int fd = faults::ANY_FD) {
-        faults::answerNext(Call::Select, 1);
-        faults::answerNext(Call::Read, 0, {.fd = fd}, [] { raise(SIGINT); });
+        faults::answerNext(Call::SELECT, 1);
+        faults::answerNext(Call::READ, 0, {.fd = fd}, [] { raise(SIGINT); });
     }
 
     InterruptWatch watch_;
@@ -90,7 +90,7 @@ TEST_F(InterruptedRead, OfTheVoiceServer) {
     TCPServer server;
     const uint16_t port = freePort();
     LoopbackPeer peer;
-    faults::afterNext(Call::Listen, [&] { peer = LoopbackPeer::dial(port); });
+    faults::afterNext(Call::LISTEN, [&] { peer = LoopbackPeer::dial(port); });
     ASSERT_EQ(server.connect(port), 0);
     interruptNextRead();
     EXPECT_EQ(server.receive(buffer_, sizeof(buffer_), 0), 0);
@@ -129,13 +129,13 @@ TEST_F(InterruptedRead, OfTheROSNode) {
 class InterruptedLaunch : public AppConnectorTest {
   protected:
     int forks_ = -1;  // engines started when the interrupt acted
-    InterruptWatch watch_{[this] { forks_ = faults::callsOf(Call::Fork); }};
+    InterruptWatch watch_{[this] { forks_ = faults::callsOf(Call::FORK); }};
 };
 
 // As in a renewal, which ends the old engine and starts a new one.
 TEST_F(InterruptedLaunch, AnInterruptWhileAnEngineEndsActsBeforeTheNextOneStarts) {
     launch();
-    faults::afterNext(Call::Waitpid, [] { raise(SIGINT); });
+    faults::afterNext(Call::WAITPID, [] { raise(SIGINT); });
     launch();
     EXPECT_EQ(watch_.acted(), 1);
     EXPECT_EQ(forks_, 1);
@@ -143,7 +143,7 @@ TEST_F(InterruptedLaunch, AnInterruptWhileAnEngineEndsActsBeforeTheNextOneStarts
 
 TEST_F(InterruptedLaunch, AnInterruptWhileAnEngineEndsActsWhenItIsCollected) {
     launch();
-    faults::afterNext(Call::Waitpid, [this] {
+    faults::afterNext(Call::WAITPID, [this] {
         raise(SIGINT);
         EXPECT_EQ(watch_.acted(), 0);
     });
@@ -202,7 +202,7 @@ class InterruptedMessage : public ApplicationTest {
 
 TEST_F(InterruptedMessage, OfAFailedLaunch) {
     initialize();
-    faults::failNext(Call::Pipe, EMFILE);
+    faults::failNext(Call::PIPE, EMFILE);
     expectActsIn({withSystemText("[FATAL] [AppcontrollerError] VAD connector launch failed. "
                                  "[AppConnectorError] Parent to child pipe create failed. error : ",
                                  EMFILE) +
@@ -239,7 +239,7 @@ TEST_F(InterruptedMessage, OfANodeThatHasGone) {
 TEST_F(InterruptedMessage, OfAnyOtherError) {
     initialize();
     whenConnected([] {});
-    faults::afterNext(Call::Select, [] { throw std::bad_alloc(); }, {.skip = 1});
+    faults::afterNext(Call::SELECT, [] { throw std::bad_alloc(); }, {.skip = 1});
     expectActsInEnd("[FATAL] Unknown Exception\n");
 }
 

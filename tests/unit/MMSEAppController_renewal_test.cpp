@@ -57,7 +57,7 @@ TEST_F(NoiseModelRenewal, NothingIsForwardedBeforeTheNextCall) {
     faults::clear();
     for (int i = 0; i < 20; ++i)
         controller_.process();
-    EXPECT_EQ(faults::callsOf(Call::Write), 0);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 0);
 }
 
 TEST_F(NoiseModelRenewal, EachLaterCallForwardsOneFrame) {
@@ -119,13 +119,13 @@ TEST_F(NoiseModelRenewal, TheNoiseModelSurvives) {
 }
 
 TEST_F(NoiseModelRenewal, AConnectorErrorOfTheRestartPassesThrough) {
-    faults::failNext(Call::Kill, EPERM);
+    faults::failNext(Call::KILL, EPERM);
     EXPECT_EQ(errorOf<AppConnectorError>([this] { controller_.renewNoiseModel(); }),
               withSystemText("[AppConnectorError] Kill child process failed. error : ", EPERM));
 }
 
 TEST_F(NoiseModelRenewal, AFailedRelaunchPassesThrough) {
-    faults::failNext(Call::Pipe, EMFILE);
+    faults::failNext(Call::PIPE, EMFILE);
     EXPECT_EQ(errorOf<AppControllerError>([this] { controller_.renewNoiseModel(); }),
               withSystemText("[AppcontrollerError] VAD connector launch failed. "
                              "[AppConnectorError] Parent to child pipe create failed. error : ",

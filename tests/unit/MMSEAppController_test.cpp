@@ -34,7 +34,7 @@ TEST_F(MMSEAppControllerTest, ProcessReturnsTrueBeforeLaunch) {
 }
 
 TEST_F(MMSEAppControllerTest, ErrorsOfTheEngineControllerPassThrough) {
-    faults::failNext(Call::Fork, EAGAIN);
+    faults::failNext(Call::FORK, EAGAIN);
     const auto before = openDescriptors();
     EXPECT_EQ(errorOf<AppControllerError>([this] { controller_.launch(); }),
               "[AppcontrollerError] VAD connector launch failed. [AppConnectorError] fork failed.");
@@ -61,7 +61,7 @@ TEST_F(MMSEAppControllerTest, NineFramesForwardNothing) {
     faults::clear();
     for (int i = 0; i < 20; ++i)
         controller_.process();
-    EXPECT_EQ(faults::callsOf(Call::Write), 0);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 0);
 }
 
 TEST_F(MMSEAppControllerTest, TheTenthFrameForwardsTheFirstAndEachLaterOneTheNext) {

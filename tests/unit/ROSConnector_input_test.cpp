@@ -65,7 +65,7 @@ TEST_F(ROSConnectorTest, NothingToReadLeavesTheState) {
     connector_.process();
     EXPECT_TRUE(playing());
     EXPECT_EQ(faults::microsecondsAsked(), 0);
-    EXPECT_EQ(faults::callsOf(Call::Read), 1);
+    EXPECT_EQ(faults::callsOf(Call::READ), 1);
 }
 
 TEST_F(ROSConnectorTest, AWordSplitAcrossTwoReadsIsLost) {
@@ -133,21 +133,21 @@ TEST_F(ROSConnectorTest, WordsAheadOfTheEndOfInputStillCount) {
 }
 
 TEST_F(ROSConnectorTest, AFailedWaitForInputSpeaksOfStdout) {
-    faults::failNext(Call::Select, EINTR);
+    faults::failNext(Call::SELECT, EINTR);
     EXPECT_EQ(errorOfProcess(),
               withSystemText("[ROSConnectorError] Stdout select failed. error : ", EINTR));
 }
 
 TEST_F(ROSConnectorTest, AFailedReadThrows) {
     node_.say("x\n");
-    faults::failNext(Call::Read, EIO);
+    faults::failNext(Call::READ, EIO);
     EXPECT_EQ(errorOfProcess(),
               withSystemText("[ROSConnectorError] Stdin read failed. error : ", EIO));
 }
 
 TEST_F(ROSConnectorTest, AnyOtherErrorIsAnUnknownException) {
     node_.say("x\n");
-    faults::afterNext(Call::Read, [] { throw std::bad_alloc(); });
+    faults::afterNext(Call::READ, [] { throw std::bad_alloc(); });
     EXPECT_EQ(errorOfProcess(), "[ROSConnectorError] Unknown Exception.");
 }
 
@@ -158,7 +158,7 @@ TEST_F(ROSConnectorTest, ReadReturnsMinusOneOnTimeout) {
 
 TEST_F(ROSConnectorTest, ReadWaitsSecondsAndMicrosecondsOfItsTimeout) {
     char buffer[4];
-    faults::answerNext(Call::Select, 0);
+    faults::answerNext(Call::SELECT, 0);
     EXPECT_EQ(connector_.read(buffer, sizeof(buffer), 1500), -1);
     EXPECT_EQ(faults::microsecondsAsked(), 1'500'000);
 }

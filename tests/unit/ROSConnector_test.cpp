@@ -49,7 +49,7 @@ TEST_F(ROSConnectorTest, InitializeForgetsUninterpretedInput) {
 
 TEST_F(ROSConnectorTest, TheDestructorClosesNeitherStream) {
     { ROSConnector other; }
-    EXPECT_EQ(faults::callsOf(Call::Close), 0);
+    EXPECT_EQ(faults::callsOf(Call::CLOSE), 0);
     EXPECT_TRUE(openDescriptors().count(STDIN_FILENO));
     EXPECT_TRUE(openDescriptors().count(STDOUT_FILENO));
 }
@@ -67,7 +67,7 @@ TEST_F(ROSConnectorTest, BlocksAreWrittenInOrderWithNothingBetweenThem) {
     send("c");
     connector_.process();
     EXPECT_EQ(node_.output(), std::string("a\0b\nc", 5));
-    EXPECT_EQ(faults::callsOf(Call::Write), 3);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 3);
 }
 
 TEST_F(ROSConnectorTest, ABlockIsWrittenOnce) {
@@ -80,14 +80,14 @@ TEST_F(ROSConnectorTest, ABlockIsWrittenOnce) {
 TEST_F(ROSConnectorTest, AnEmptyBlockIsAWriteOfZeroBytesAndLeavesTheQueue) {
     send("");
     connector_.process();
-    EXPECT_EQ(faults::callsOf(Call::Write), 1);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 1);
     connector_.process();
-    EXPECT_EQ(faults::callsOf(Call::Write), 1);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 1);
 }
 
 TEST_F(ROSConnectorTest, AShortWriteIsASuccessAndNotRetried) {
     send("block");
-    faults::shortenNext(Call::Write, 2);
+    faults::shortenNext(Call::WRITE, 2);
     connector_.process();
     connector_.process();
     EXPECT_EQ(node_.output(), "bl");
@@ -108,7 +108,7 @@ TEST_F(ROSConnectorTest, BufferedOutputOfTheProcessFollowsEachBlock) {
 TEST_F(ROSConnectorTest, AFailedWriteThrowsAndKeepsTheBlock) {
     send("first ");
     send("second");
-    faults::failNext(Call::Write, EIO);
+    faults::failNext(Call::WRITE, EIO);
     EXPECT_EQ(errorOfProcess(),
               withSystemText("[ROSConnectorError] Stdout write failed. error : ", EIO));
     connector_.process();
@@ -125,10 +125,10 @@ TEST_F(ROSConnectorTest, BlocksAreWrittenBeforeInputIsRead) {
 TEST_F(ROSConnectorTest, AFailedWriteLeavesInputUnread) {
     send("block");
     node_.say("play_sound_on\n");
-    faults::failNext(Call::Write, EIO);
+    faults::failNext(Call::WRITE, EIO);
     EXPECT_NE(errorOfProcess(), "");
     EXPECT_FALSE(playing());
-    EXPECT_EQ(faults::callsOf(Call::Read), 0);
+    EXPECT_EQ(faults::callsOf(Call::READ), 0);
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ TEST_F(SoundClientTest, ProcessOfASilentPeerPollsAndReadsNothing) {
     connect();
     client_.process();
     EXPECT_EQ(faults::microsecondsAsked(), 0);
-    EXPECT_EQ(faults::callsOf(Call::Read), 0);
+    EXPECT_EQ(faults::callsOf(Call::READ), 0);
 }
 
 TEST_F(SoundClientTest, ProcessHasTheBytesParsed) {
@@ -37,16 +37,16 @@ TEST_F(SoundClientTest, OneReadTakesAtMost1024Bytes) {
     connect();
     // The keyword's last letter is byte 1,025.
     peer_.send(std::string(1018, 'x') + "EPD_OFF\r\n\r\n");
-    processUntil([] { return faults::callsOf(Call::Read) > 0; });
+    processUntil([] { return faults::callsOf(Call::READ) > 0; });
     EXPECT_TRUE(client_.getEpdState());
     processUntil([this] { return !client_.getEpdState(); });
 }
 
 TEST_F(SoundClientTest, OnlyTheBytesReadAreParsed) {
     connect();
-    faults::shortenNext(Call::Read, 4);
+    faults::shortenNext(Call::READ, 4);
     peer_.send("EPD_OFF\r\n\r\n");
-    processUntil([] { return faults::callsOf(Call::Read) == 1; });
+    processUntil([] { return faults::callsOf(Call::READ) == 1; });
     EXPECT_TRUE(client_.getEpdState());
     processUntil([this] { return !client_.getEpdState(); });
 }
@@ -54,7 +54,7 @@ TEST_F(SoundClientTest, OnlyTheBytesReadAreParsed) {
 TEST_F(SoundClientTest, APeerThatHasClosedIsNotNoticed) {
     connect();
     peer_.close();
-    processUntil([] { return faults::callsOf(Call::Read) >= 3; });
+    processUntil([] { return faults::callsOf(Call::READ) >= 3; });
     EXPECT_TRUE(client_.isConnect());
     EXPECT_TRUE(client_.getEpdState());
 }
@@ -71,7 +71,7 @@ TEST_F(SoundClientTest, AResetIsAnUnknownExceptionAndNotAFailedRead) {
 
 TEST_F(SoundClientTest, AFailedWaitIsAnUnknownException) {
     connect();
-    faults::failNext(Call::Select, EINTR);
+    faults::failNext(Call::SELECT, EINTR);
     EXPECT_EQ(errorOfProcess(), "[SoundClientError] Unknown Exception.");
 }
 
@@ -84,7 +84,7 @@ TEST_F(SoundClientTest, AnErrorOfTheParserIsAnUnknownException) {
 
 TEST_F(SoundClientTest, ASoundClientProcessorErrorKeepsItsTagAndText) {
     connect();
-    faults::afterNext(Call::Select, [] { throw SoundClientProcessorError("text"); });
+    faults::afterNext(Call::SELECT, [] { throw SoundClientProcessorError("text"); });
     EXPECT_EQ(errorOfProcess(), "[SoundClientError] [SoundClientProcessorError] text");
 }
 
@@ -98,7 +98,7 @@ TEST_F(SoundClientTest, TheStateIsSentWhenItChangesOnly) {
     client_.setPlaySoundState(false);
     client_.setPlaySoundState(false);
     EXPECT_EQ(peer_.receive(15), "epdoff\n\nepdon\n\n");
-    EXPECT_EQ(faults::callsOf(Call::Write), 2);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 2);
 }
 
 TEST_F(SoundClientTest, EachCommandIsLoggedAtDebugLevel) {
@@ -114,11 +114,11 @@ TEST_F(SoundClientTest, EachCommandIsLoggedAtDebugLevel) {
 
 TEST_F(SoundClientTest, AnUnsentCommandIsNotSentAgain) {
     connect();
-    faults::failNext(Call::Write, EPIPE);
+    faults::failNext(Call::WRITE, EPIPE);
     EXPECT_EQ(errorOfCall([this] { client_.setPlaySoundState(true); }),
               "[SoundClientError] Sound client write failed.");
     client_.setPlaySoundState(true);
-    EXPECT_EQ(faults::callsOf(Call::Write), 1);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 1);
 }
 
 TEST_F(SoundClientTest, AnUnsentCommandIsLoggedAllTheSame) {

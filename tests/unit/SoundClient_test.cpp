@@ -58,7 +58,7 @@ TEST_F(SoundClientTest, ASecondConnectClosesTheFirst) {
 
 TEST_F(SoundClientTest, ASecondConnectPassesOnTheErrorOfTheDisconnect) {
     connect();
-    faults::failNext(Call::Close, EIO);
+    faults::failNext(Call::CLOSE, EIO);
     EXPECT_EQ(errorOfCall([this] { client_.connect("127.0.0.1", listener_.port()); }),
               "[SoundClientError] Sound client disconnect failed.");
 }
@@ -72,7 +72,7 @@ TEST_F(SoundClientTest, ASecondConnectResetsTheParser) {
 
 TEST_F(SoundClientTest, AFailedDisconnectThrowsAndKeepsTheState) {
     connect();
-    faults::failNext(Call::Close, EIO);
+    faults::failNext(Call::CLOSE, EIO);
     EXPECT_EQ(errorOfCall([this] { client_.disconnect(); }),
               "[SoundClientError] Sound client disconnect failed.");
     EXPECT_TRUE(client_.isConnect());
@@ -81,7 +81,7 @@ TEST_F(SoundClientTest, AFailedDisconnectThrowsAndKeepsTheState) {
 TEST_F(SoundClientTest, AFailedDisconnectResetsTheParserFirst) {
     connect();
     switchEpdOff();
-    faults::failNext(Call::Close, EIO);
+    faults::failNext(Call::CLOSE, EIO);
     EXPECT_THROW(client_.disconnect(), SoundClientError);
     EXPECT_TRUE(client_.getEpdState());
 }
@@ -97,7 +97,7 @@ TEST_F(SoundClientTest, DisconnectSwitchesEpdOn) {
 TEST_F(SoundClientTest, DisconnectForgetsAPartialBlock) {
     connect();
     peer_.send("DATA 20\n\nab");
-    processUntil([] { return faults::callsOf(Call::Read) == 1; });
+    processUntil([] { return faults::callsOf(Call::READ) == 1; });
     client_.disconnect();
     connect();
     switchEpdOff();
@@ -106,7 +106,7 @@ TEST_F(SoundClientTest, DisconnectForgetsAPartialBlock) {
 TEST_F(SoundClientTest, DisconnectingAnUnconnectedLinkReturnsZeroWithEpdOn) {
     EXPECT_EQ(client_.disconnect(), 0);
     EXPECT_TRUE(client_.getEpdState());
-    EXPECT_EQ(faults::callsOf(Call::Close), 0);
+    EXPECT_EQ(faults::callsOf(Call::CLOSE), 0);
 }
 
 TEST_F(SoundClientTest, InitializeSwitchesEpdOn) {

@@ -45,7 +45,7 @@ class TCPClientTest : public HermeticTest {
     // The next such call fails; so does the log's reading of the clock, with another errno.
     static void failNext(Call call, int error) {
         faults::failNext(call, error);
-        faults::failNext(Call::Gettimeofday, EXDEV);
+        faults::failNext(Call::GETTIMEOFDAY, EXDEV);
     }
 
     std::vector<std::string> logged() const { return log_.lines(); }
@@ -70,7 +70,7 @@ TEST_F(TCPClientTest, ANewClientIsNotConnected) {
 TEST_F(TCPClientTest, ConnectOpensABlockingSocketWithoutOptions) {
     connect();
     EXPECT_TRUE(client_.isConnect());
-    EXPECT_EQ(faults::callsOf(Call::Setsockopt), 0);
+    EXPECT_EQ(faults::callsOf(Call::SETSOCKOPT), 0);
     EXPECT_EQ(log_.text(), "");
 }
 
@@ -92,19 +92,19 @@ TEST_F(TCPClientTest, ReceiveReadsOnceAndAtMostTheSize) {
     peer_.send("abcdef");
     EXPECT_EQ(receive(10000, 4), 4);
     EXPECT_EQ(received_, "abcd");
-    EXPECT_EQ(faults::callsOf(Call::Read), 1);
+    EXPECT_EQ(faults::callsOf(Call::READ), 1);
 }
 
 TEST_F(TCPClientTest, AnIdleConnectionReceivesNothingAtOnceWithTimeoutZero) {
     connect();
     EXPECT_EQ(receive(0), 0);
     EXPECT_EQ(faults::microsecondsAsked(), 0);
-    EXPECT_EQ(faults::callsOf(Call::Read), 0);
+    EXPECT_EQ(faults::callsOf(Call::READ), 0);
 }
 
 TEST_F(TCPClientTest, ATimeoutOf1500WaitsOneSecondAnd500Milliseconds) {
     connect();
-    faults::answerNext(Call::Select, 0);
+    faults::answerNext(Call::SELECT, 0);
     EXPECT_EQ(receive(1500), 0);
     EXPECT_EQ(faults::microsecondsAsked(), 1'500'000);
 }
@@ -126,9 +126,9 @@ TEST_F(TCPClientTest, AClosedPeerReceivesAsZeroEveryTime) {
 
 TEST_F(TCPClientTest, ASendIsOneWriteEvenWhenItIsShort) {
     connect();
-    faults::shortenNext(Call::Write, 3);
+    faults::shortenNext(Call::WRITE, 3);
     EXPECT_EQ(send("hello"), 3);
-    EXPECT_EQ(faults::callsOf(Call::Write), 1);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 1);
 }
 
 TEST_F(TCPClientTest, SendingWhileDisconnectedIsMinusTwoWithADebugLine) {
@@ -156,7 +156,7 @@ TEST_F(TCPClientTest, TransferMessagesAreInvisibleAtInfoLevel) {
     connect();
     LogCapture info(logINFO);
     send("");
-    faults::failNext(Call::Select, EINTR);
+    faults::failNext(Call::SELECT, EINTR);
     receive(0);
     client_.disconnect();
     send("hello");
@@ -165,7 +165,7 @@ TEST_F(TCPClientTest, TransferMessagesAreInvisibleAtInfoLevel) {
 
 TEST_F(TCPClientTest, AFailedWriteIsMinusFourWithoutAMessage) {
     connect();
-    failNext(Call::Write, EPIPE);
+    failNext(Call::WRITE, EPIPE);
     EXPECT_EQ(send("hello"), -4);
     EXPECT_EQ(log_.text(), "");
 }
@@ -186,7 +186,7 @@ TEST_F(TCPClientTest, ReceivingNothingOrNowhereIsMinusOneWithoutAMessage) {
 
 TEST_F(TCPClientTest, AFailedWaitIsMinusSevenAndCalledATimeout) {
     connect();
-    failNext(Call::Select, EINTR);
+    failNext(Call::SELECT, EINTR);
     EXPECT_EQ(receive(0), -7);
     EXPECT_EQ(logged(), line("DEBUG: TCP client receive timeout occured."));
 }
@@ -204,7 +204,7 @@ TEST_F(TCPClientTest, ADescriptorBeyondTheReachOfSelectIsAFailedWait) {
 TEST_F(TCPClientTest, AFailedReadIsMinusFiveWithTheSystemText) {
     connect();
     peer_.send("hello");
-    failNext(Call::Read, ECONNRESET);
+    failNext(Call::READ, ECONNRESET);
     EXPECT_EQ(receive(10000), -5);
     EXPECT_EQ(logged(), line(withSystemText("DEBUG: Receive data error. error : ", ECONNRESET)));
 }
@@ -220,7 +220,7 @@ TEST_F(TCPClientTest, AnAddressWithoutAListenerIsMinusTwoWithTheSystemText) {
 
 TEST_F(TCPClientTest, AFailedConnectKeepsTheErrorThoughTheLogReadsTheClock) {
     const auto before = openDescriptors();
-    failNext(Call::Connect, ENETUNREACH);
+    failNext(Call::CONNECT, ENETUNREACH);
     EXPECT_EQ(client_.connect("127.0.0.1", listener_.port()), -2);
     EXPECT_EQ(logged(),
               line(withSystemText("WARNING: Socket connect error. error : ", ENETUNREACH)));
@@ -238,7 +238,7 @@ TEST_F(TCPClientTest, EachFailedConnectLeavesItsSocketOpen) {
 
 TEST_F(TCPClientTest, AFailedConnectCanBeTriedAgain) {
     const auto before = openDescriptors();
-    faults::failNext(Call::Connect, ECONNREFUSED);
+    faults::failNext(Call::CONNECT, ECONNREFUSED);
     client_.connect("127.0.0.1", listener_.port());
     closeOpenedSince(before);
     connect();
@@ -246,7 +246,7 @@ TEST_F(TCPClientTest, AFailedConnectCanBeTriedAgain) {
 }
 
 TEST_F(TCPClientTest, AFailedSocketIsMinusTwoWithTheSystemText) {
-    failNext(Call::Socket, EMFILE);
+    failNext(Call::SOCKET, EMFILE);
     EXPECT_EQ(client_.connect("127.0.0.1", listener_.port()), -2);
     EXPECT_FALSE(client_.isConnect());
     EXPECT_EQ(logged(), line(withSystemText("WARNING: Socket open error. error : ", EMFILE)));
@@ -269,7 +269,7 @@ TEST_F(TCPClientTest, ASecondConnectClosesTheFirstConnection) {
 
 TEST_F(TCPClientTest, ASecondConnectThatCannotCloseTheFirstIsMinusThree) {
     connect();
-    failNext(Call::Close, EIO);
+    failNext(Call::CLOSE, EIO);
     EXPECT_EQ(client_.connect("127.0.0.1", listener_.port()), -3);
     EXPECT_TRUE(client_.isConnect());
     EXPECT_EQ(logged(), line(withSystemText("WARNING: Socket close error. error : ", EIO)));
@@ -277,7 +277,7 @@ TEST_F(TCPClientTest, ASecondConnectThatCannotCloseTheFirstIsMinusThree) {
 
 TEST_F(TCPClientTest, DisconnectingANewClientReturnsZero) {
     EXPECT_EQ(client_.disconnect(), 0);
-    EXPECT_EQ(faults::callsOf(Call::Close), 0);
+    EXPECT_EQ(faults::callsOf(Call::CLOSE), 0);
 }
 
 TEST_F(TCPClientTest, DisconnectClosesTheConnection) {
@@ -290,7 +290,7 @@ TEST_F(TCPClientTest, DisconnectClosesTheConnection) {
 
 TEST_F(TCPClientTest, AFailedCloseIsMinusThreeAndKeepsTheConnection) {
     connect();
-    failNext(Call::Close, EIO);
+    failNext(Call::CLOSE, EIO);
     EXPECT_EQ(client_.disconnect(), -3);
     EXPECT_TRUE(client_.isConnect());
     EXPECT_EQ(logged(), line(withSystemText("WARNING: Socket close error. error : ", EIO)));
@@ -307,21 +307,21 @@ TEST_F(TCPClientTest, TheDestructorDisconnects) {
 
 TEST_F(TCPClientTest, SaysNothingAboveTheReportingLevel) {
     const LogCapture quiet(logERROR);
-    faults::failNext(Call::Socket, EMFILE);
+    faults::failNext(Call::SOCKET, EMFILE);
     EXPECT_EQ(client_.connect("127.0.0.1", listener_.port()), -2);
     EXPECT_EQ(send("text"), -2);
     const auto before = openDescriptors();
-    faults::failNext(Call::Connect, ECONNREFUSED);
+    faults::failNext(Call::CONNECT, ECONNREFUSED);
     EXPECT_EQ(client_.connect("127.0.0.1", listener_.port()), -2);
     closeOpenedSince(before);
     connect();
     EXPECT_EQ(send(""), -1);
-    faults::failNext(Call::Select, EBADF);
+    faults::failNext(Call::SELECT, EBADF);
     EXPECT_EQ(receive(0), -7);
     peer_.send("text");
-    faults::failNext(Call::Read, EIO);
+    faults::failNext(Call::READ, EIO);
     EXPECT_EQ(receive(10000), -5);
-    faults::failNext(Call::Close, EIO);
+    faults::failNext(Call::CLOSE, EIO);
     EXPECT_EQ(client_.disconnect(), -3);
     EXPECT_EQ(quiet.text(), "");
     EXPECT_TRUE(logged().empty());

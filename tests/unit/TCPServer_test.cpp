@@ -26,7 +26,7 @@ TEST_F(TCPServerTest, InitializeReturnsOne) {
 TEST_F(TCPServerTest, ANewServerIsNotConnected) {
     EXPECT_FALSE(server_.isConnect());
     EXPECT_EQ(server_.disconnect(), 0);
-    EXPECT_EQ(faults::callsOf(Call::Close), 0);
+    EXPECT_EQ(faults::callsOf(Call::CLOSE), 0);
 }
 
 TEST_F(TCPServerTest, ConnectAcceptsOnePeer) {
@@ -59,12 +59,12 @@ TEST_F(TCPServerTest, ASecondPeerIsNeverServed) {
     send("hello");
     EXPECT_EQ(peer_.receive(5), "hello");
     EXPECT_EQ(second.arrived(), "");
-    EXPECT_EQ(faults::callsOf(Call::Accept), 1);
+    EXPECT_EQ(faults::callsOf(Call::ACCEPT), 1);
     EXPECT_EQ(faults::backlogAsked(), 1);
 }
 
 TEST_F(TCPServerTest, WithoutAPeerConnectGivesUpAfterFiveSeconds) {
-    faults::answerNext(Call::Select, 0);
+    faults::answerNext(Call::SELECT, 0);
     EXPECT_EQ(server_.connect(port_), -7);
     EXPECT_EQ(faults::microsecondsAsked(), 5'000'000);
     EXPECT_FALSE(server_.isConnect());
@@ -72,7 +72,7 @@ TEST_F(TCPServerTest, WithoutAPeerConnectGivesUpAfterFiveSeconds) {
 }
 
 TEST_F(TCPServerTest, AFailedWaitForAPeerReadsAsATimeout) {
-    failNext(Call::Select, EINTR);
+    failNext(Call::SELECT, EINTR);
     EXPECT_EQ(server_.connect(port_), -7);
     EXPECT_EQ(logged(), line("WARNING: Socket accept timeout occured."));
 }
@@ -80,14 +80,14 @@ TEST_F(TCPServerTest, AFailedWaitForAPeerReadsAsATimeout) {
 TEST_F(TCPServerTest, AFailedAttemptLeavesTheListenerOpenForTheNextToClose) {
     const auto before = openDescriptors().size();
     for (int i = 0; i < 3; ++i) {
-        faults::answerNext(Call::Select, 0);
+        faults::answerNext(Call::SELECT, 0);
         server_.connect(port_);
         EXPECT_EQ(openDescriptors().size(), before + 1);
     }
 }
 
 TEST_F(TCPServerTest, AfterATimeoutTheSamePortIsListenedOnAgain) {
-    faults::answerNext(Call::Select, 0);
+    faults::answerNext(Call::SELECT, 0);
     server_.connect(port_);
     connect();
     EXPECT_TRUE(server_.isConnect());
@@ -105,7 +105,7 @@ TEST_F(TCPServerTest, AConnectedServerClosesNothingAndMeetsItsOwnListener) {
     const auto before = openDescriptors();
     connect();
     EXPECT_EQ(server_.connect(port_), -2);
-    EXPECT_EQ(faults::callsOf(Call::Close), 0);
+    EXPECT_EQ(faults::callsOf(Call::CLOSE), 0);
     EXPECT_TRUE(server_.isConnect());
     EXPECT_EQ(logged(), line(withSystemText("WARNING: Socket bind failed. error : ", EADDRINUSE)));
     server_.disconnect();
@@ -114,34 +114,34 @@ TEST_F(TCPServerTest, AConnectedServerClosesNothingAndMeetsItsOwnListener) {
 }
 
 TEST_F(TCPServerTest, ACleanUpThatFailsIsMinusThree) {
-    faults::answerNext(Call::Select, 0);
+    faults::answerNext(Call::SELECT, 0);
     server_.connect(port_);
     log_.forget();
-    failNext(Call::Close, EIO);
+    failNext(Call::CLOSE, EIO);
     EXPECT_EQ(server_.connect(port_), -3);
     EXPECT_EQ(logged(), line(withSystemText("WARNING: Socket close failed. error : ", EIO)));
 }
 
 TEST_F(TCPServerTest, AFailedSocketIsMinusTwoWithTheSystemText) {
-    failNext(Call::Socket, EMFILE);
+    failNext(Call::SOCKET, EMFILE);
     EXPECT_EQ(server_.connect(port_), -2);
     EXPECT_EQ(logged(), line(withSystemText("WARNING: Socket open failed. error : ", EMFILE)));
 }
 
 TEST_F(TCPServerTest, AFailedSocketOptionIsIgnored) {
-    faults::failNext(Call::Setsockopt, EINVAL);
+    faults::failNext(Call::SETSOCKOPT, EINVAL);
     connect();
     EXPECT_EQ(log_.text(), "");
 }
 
 TEST_F(TCPServerTest, AFailedBindIsMinusTwoWithTheSystemText) {
-    failNext(Call::Bind, EACCES);
+    failNext(Call::BIND, EACCES);
     EXPECT_EQ(server_.connect(port_), -2);
     EXPECT_EQ(logged(), line(withSystemText("WARNING: Socket bind failed. error : ", EACCES)));
 }
 
 TEST_F(TCPServerTest, AFailedListenIsMinusTwoWithTheSystemText) {
-    failNext(Call::Listen, EADDRINUSE);
+    failNext(Call::LISTEN, EADDRINUSE);
     EXPECT_EQ(server_.connect(port_), -2);
     EXPECT_EQ(logged(),
               line(withSystemText("WARNING: Socket listen failed. error : ", EADDRINUSE)));
@@ -149,7 +149,7 @@ TEST_F(TCPServerTest, AFailedListenIsMinusTwoWithTheSystemText) {
 
 TEST_F(TCPServerTest, AFailedAcceptIsMinusTwoWithoutAMessage) {
     dialWhenListening();
-    failNext(Call::Accept, ECONNABORTED);
+    failNext(Call::ACCEPT, ECONNABORTED);
     EXPECT_EQ(server_.connect(port_), -2);
     EXPECT_FALSE(server_.isConnect());
     EXPECT_EQ(log_.text(), "");
@@ -177,21 +177,21 @@ TEST_F(TCPServerTest, DisconnectingTwiceReturnsZeroBothTimes) {
     connect();
     EXPECT_EQ(server_.disconnect(), 0);
     EXPECT_EQ(server_.disconnect(), 0);
-    EXPECT_EQ(faults::callsOf(Call::Close), 2);
+    EXPECT_EQ(faults::callsOf(Call::CLOSE), 2);
 }
 
 TEST_F(TCPServerTest, APeerThatCannotBeClosedIsMinusThreeAndNothingChanges) {
     connect();
-    failNext(Call::Close, EIO);
+    failNext(Call::CLOSE, EIO);
     EXPECT_EQ(server_.disconnect(), -3);
     EXPECT_TRUE(server_.isConnect());
-    EXPECT_EQ(faults::callsOf(Call::Close), 1);
+    EXPECT_EQ(faults::callsOf(Call::CLOSE), 1);
     EXPECT_EQ(logged(), line(withSystemText("WARNING: Socket close failed. error : ", EIO)));
 }
 
 TEST_F(TCPServerTest, AListenerThatCannotBeClosedIsMinusThreeWithThePeerGone) {
     connect();
-    failNext(Call::Close, EIO, 1);
+    failNext(Call::CLOSE, EIO, 1);
     EXPECT_EQ(server_.disconnect(), -3);
     EXPECT_TRUE(server_.isConnect());
     EXPECT_TRUE(peer_.seesEnd());
@@ -201,10 +201,10 @@ TEST_F(TCPServerTest, AListenerThatCannotBeClosedIsMinusThreeWithThePeerGone) {
 // The test for a descriptor is "greater than zero".
 TEST_F(TCPServerTest, DescriptorZeroIsNeverClosed) {
     dialWhenListening();
-    faults::answerNext(Call::Accept, 0);
+    faults::answerNext(Call::ACCEPT, 0);
     EXPECT_EQ(server_.connect(port_), 0);
     EXPECT_EQ(server_.disconnect(), 0);
-    EXPECT_EQ(faults::callsOf(Call::Close), 1);  // the listener
+    EXPECT_EQ(faults::callsOf(Call::CLOSE), 1);  // the listener
     EXPECT_TRUE(openDescriptors().count(STDIN_FILENO));
 }
 

@@ -38,7 +38,7 @@ TEST_F(TCPServerTest, ATimeoutIsNoError) {
 
 TEST_F(TCPServerTest, ATimeoutOf1500WaitsOneSecondAnd500Milliseconds) {
     connect();
-    faults::answerNext(Call::Select, 0);
+    faults::answerNext(Call::SELECT, 0);
     EXPECT_EQ(receive(1500), 0);
     EXPECT_EQ(faults::microsecondsAsked(), 1'500'000);
 }
@@ -53,9 +53,9 @@ TEST_F(TCPServerTest, AClosedPeerReceivesAsZeroEveryTime) {
 
 TEST_F(TCPServerTest, ASendIsOneWriteEvenWhenItIsShort) {
     connect();
-    faults::shortenNext(Call::Write, 3);
+    faults::shortenNext(Call::WRITE, 3);
     EXPECT_EQ(send("hello"), 3);
-    EXPECT_EQ(faults::callsOf(Call::Write), 1);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 1);
 }
 
 TEST_F(TCPServerTest, TransfersWhileDisconnectedAreMinusTwoWithoutAMessage) {
@@ -78,14 +78,14 @@ TEST_F(TCPServerTest, TransfersOfNothingAreMinusOneWithoutAMessage) {
 
 TEST_F(TCPServerTest, AFailedWriteIsMinusFourWithAWarning) {
     connect();
-    failNext(Call::Write, EPIPE);
+    failNext(Call::WRITE, EPIPE);
     EXPECT_EQ(send("hello"), -4);
     EXPECT_EQ(logged(), line(withSystemText("WARNING: Socket write failed. error : ", EPIPE)));
 }
 
 TEST_F(TCPServerTest, AFailedWaitIsMinusSevenAndCalledATimeout) {
     connect();
-    failNext(Call::Select, EINTR);
+    failNext(Call::SELECT, EINTR);
     EXPECT_EQ(receive(0), -7);
     EXPECT_EQ(logged(), line("DEBUG: TCP server receive timeout occured."));
 }
@@ -93,26 +93,26 @@ TEST_F(TCPServerTest, AFailedWaitIsMinusSevenAndCalledATimeout) {
 TEST_F(TCPServerTest, AFailedReadIsMinusFiveWithTheSystemText) {
     connect();
     peer_.send("hello");
-    failNext(Call::Read, ECONNRESET);
+    failNext(Call::READ, ECONNRESET);
     EXPECT_EQ(receive(10000), -5);
     EXPECT_EQ(logged(), line(withSystemText("DEBUG: Receive data failed. error : ", ECONNRESET)));
 }
 
 TEST_F(TCPServerTest, SaysNothingAboveTheReportingLevel) {
     const LogCapture quiet(logERROR);
-    faults::failNext(Call::Socket, EMFILE);
+    faults::failNext(Call::SOCKET, EMFILE);
     EXPECT_EQ(server_.connect(port_), -2);
-    faults::answerNext(Call::Select, 0);
+    faults::answerNext(Call::SELECT, 0);
     EXPECT_EQ(server_.connect(port_), -7);
     connect();
-    faults::failNext(Call::Write, EIO);
+    faults::failNext(Call::WRITE, EIO);
     EXPECT_EQ(send("text"), -4);
-    faults::failNext(Call::Select, EBADF);
+    faults::failNext(Call::SELECT, EBADF);
     EXPECT_EQ(receive(0), -7);
     peer_.send("text");
-    faults::failNext(Call::Read, EIO);
+    faults::failNext(Call::READ, EIO);
     EXPECT_EQ(receive(10000), -5);
-    faults::failNext(Call::Close, EIO);
+    faults::failNext(Call::CLOSE, EIO);
     EXPECT_EQ(server_.disconnect(), -3);
     EXPECT_EQ(quiet.text(), "");
     EXPECT_TRUE(logged().empty());

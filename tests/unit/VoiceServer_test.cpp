@@ -21,7 +21,7 @@ using faults::Call;
 class VoiceServerTest : public HermeticTest {
   protected:
     void connect() {
-        faults::afterNext(Call::Listen, [this] { peer_ = LoopbackPeer::dial(port_); });
+        faults::afterNext(Call::LISTEN, [this] { peer_ = LoopbackPeer::dial(port_); });
         ASSERT_EQ(server_.connect(port_), 0);
     }
 
@@ -66,7 +66,7 @@ TEST_F(VoiceServerTest, DisconnectingAgainReturnsZero) {
 }
 
 TEST_F(VoiceServerTest, WithoutAVoiceServerConnectThrowsAfterFiveSeconds) {
-    faults::answerNext(Call::Select, 0);
+    faults::answerNext(Call::SELECT, 0);
     EXPECT_EQ(errorOfCall([this] { server_.connect(port_); }),
               "[VoiceServerError] Data connector connect failed. PORT:" + std::to_string(port_));
     EXPECT_EQ(faults::microsecondsAsked(), 5'000'000);
@@ -74,13 +74,13 @@ TEST_F(VoiceServerTest, WithoutAVoiceServerConnectThrowsAfterFiveSeconds) {
 }
 
 TEST_F(VoiceServerTest, AnyOtherFailureToConnectThrowsTheSame) {
-    faults::failNext(Call::Bind, EADDRINUSE);
+    faults::failNext(Call::BIND, EADDRINUSE);
     EXPECT_EQ(errorOfCall([this] { server_.connect(16001); }),
               "[VoiceServerError] Data connector connect failed. PORT:16001");
 }
 
 TEST_F(VoiceServerTest, AFailedConnectCanBeTriedAgain) {
-    faults::answerNext(Call::Select, 0);
+    faults::answerNext(Call::SELECT, 0);
     EXPECT_THROW(server_.connect(port_), VoiceServerError);
     connect();
     EXPECT_TRUE(server_.isConnect());
@@ -98,7 +98,7 @@ TEST_F(VoiceServerTest, ASecondConnectClosesPeerAndListenerAndListensAgain) {
 
 TEST_F(VoiceServerTest, ASecondConnectThatCannotCloseTheFirstThrows) {
     connect();
-    faults::failNext(Call::Close, EIO);
+    faults::failNext(Call::CLOSE, EIO);
     EXPECT_EQ(errorOfCall([this] { server_.connect(port_); }),
               "[VoiceServerError] Data connector disconnect failed.");
     EXPECT_TRUE(server_.isConnect());
@@ -106,14 +106,14 @@ TEST_F(VoiceServerTest, ASecondConnectThatCannotCloseTheFirstThrows) {
 
 TEST_F(VoiceServerTest, ASecondConnectThatFailsLeavesItDisconnected) {
     connect();
-    faults::answerNext(Call::Select, 0);
+    faults::answerNext(Call::SELECT, 0);
     EXPECT_THROW(server_.connect(port_), VoiceServerError);
     EXPECT_FALSE(server_.isConnect());
 }
 
 TEST_F(VoiceServerTest, AFailedDisconnectThrowsAndKeepsTheState) {
     connect();
-    faults::failNext(Call::Close, EIO);
+    faults::failNext(Call::CLOSE, EIO);
     EXPECT_EQ(errorOfCall([this] { server_.disconnect(); }),
               "[VoiceServerError] Data connector disconnect failed.");
     EXPECT_TRUE(server_.isConnect());
@@ -148,7 +148,7 @@ TEST_F(VoiceServerTest, ReadWithoutABufferThrowsBeforeTouchingTheSocket) {
               "[VoiceServerError] Invalid argument.");
     EXPECT_EQ(errorOfCall([this] { server_.read(nullptr, 4, 100); }),
               "[VoiceServerError] Invalid argument.");
-    EXPECT_EQ(faults::callsOf(Call::Select), 0);
+    EXPECT_EQ(faults::callsOf(Call::SELECT), 0);
 }
 
 TEST_F(VoiceServerTest, WriteWithoutBytesThrows) {
@@ -167,7 +167,7 @@ TEST_F(VoiceServerTest, AnUnconnectedServerCannotReadOrWrite) {
 
 TEST_F(VoiceServerTest, AFailedWaitOrReadThrows) {
     connect();
-    faults::failNext(Call::Select, EINTR);
+    faults::failNext(Call::SELECT, EINTR);
     EXPECT_EQ(errorOfCall([this] { read(0); }), "[VoiceServerError] Data connector read failed.");
     peer_.reset();
     EXPECT_EQ(errorOfCall([this] { read(10000); }),
@@ -176,22 +176,22 @@ TEST_F(VoiceServerTest, AFailedWaitOrReadThrows) {
 
 TEST_F(VoiceServerTest, AFailedWriteThrows) {
     connect();
-    faults::failNext(Call::Write, EPIPE);
+    faults::failNext(Call::WRITE, EPIPE);
     EXPECT_EQ(errorOfCall([this] { server_.write("x", 1); }),
               "[VoiceServerError] Data connector write failed.");
 }
 
 TEST_F(VoiceServerTest, AShortWriteIsReturnedAndNotRetried) {
     connect();
-    faults::shortenNext(Call::Write, 2);
+    faults::shortenNext(Call::WRITE, 2);
     EXPECT_EQ(server_.write("hello", 5), 2);
-    EXPECT_EQ(faults::callsOf(Call::Write), 1);
+    EXPECT_EQ(faults::callsOf(Call::WRITE), 1);
 }
 
 TEST_F(VoiceServerTest, TheDestructorClosesTheSockets) {
     {
         VoiceServer other;
-        faults::afterNext(Call::Listen, [this] { peer_ = LoopbackPeer::dial(port_); });
+        faults::afterNext(Call::LISTEN, [this] { peer_ = LoopbackPeer::dial(port_); });
         other.connect(port_);
     }
     EXPECT_TRUE(peer_.seesEnd());
