@@ -1,5 +1,7 @@
 # SPDX-License-Identifier: MIT
 """Small helpers of all peers: messages, bounded waits, free ports."""
+import errno
+import itertools
 import os
 import socket
 import sys
@@ -7,6 +9,8 @@ import time
 from typing import Callable
 
 POLL = 0.02  # seconds between looks at a condition; short beside a frame round of 0.1 s
+PORTS = range(10000, 30000)
+_turns = itertools.count(os.getpid() * 389)  # each process begins elsewhere
 
 
 def say(text: str) -> None:
@@ -26,7 +30,14 @@ def until(condition: Callable[[], object], seconds: float) -> bool:
 
 
 def free_port() -> int:
-    """A loopback TCP port that nobody uses now; someone else could still take it."""
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """A TCP port that nobody uses, of those that the system does not hand out by itself: other
+    programs connect from those, and perhaps to those, at any moment."""
+    for _ in PORTS:
+        port = PORTS[next(_turns) % len(PORTS)]
+        with socket.socket() as probe:
+            try:
+                probe.bind(("", port))
+            except OSError:
+                continue  # somebody's
+            return port
+    raise OSError(errno.EADDRINUSE, f"no port from {PORTS[0]} to {PORTS[-1]} is free")
