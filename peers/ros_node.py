@@ -32,7 +32,6 @@ class RosNode:
     ) -> None:
         self.bridge = BridgeProcess(command, log)
         self.frames: list[Frame] = []  # grows as they arrive
-        self.cut_off = 0  # bytes of an incomplete last frame
         self._on_frame = on_frame  # called from the reading thread with index and frame
         self._reader = threading.Thread(target=self._read, name="ros node", daemon=True)
 
@@ -65,7 +64,6 @@ class RosNode:
             self.frames.append(frame)
             if self._on_frame:
                 self._on_frame(len(self.frames) - 1, frame)
-        self.cut_off = len(block)
 
     def utterances(self) -> list[tuple[int, int | None]]:
         """Start and end of each utterance as indices into `frames`; None: no end came.
@@ -151,10 +149,9 @@ def broken_pipe(command: list[str], heard: bool) -> str:
 def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         description="Stands in for the ROS node.",
-        usage="%(prog)s [-h] [--log LOG] [--out WAV] -- BRIDGE [ITS OPTIONS ...]",
+        usage="%(prog)s [-h] [--out WAV] -- BRIDGE [ITS OPTIONS ...]",
         epilog="Exit status 1 when the bridge could not be started or was killed by a signal.",
     )
-    parser.add_argument("--log", help="file for the bridge's messages (default: shown here)")
     parser.add_argument("--out", metavar="WAV", help="file for the audio that comes")
     parser.add_argument("command", nargs="+", help="bridge and its arguments, after --")
     options, strangers = parser.parse_known_args()
@@ -173,7 +170,7 @@ def main() -> int:
     except audio.AudioError as error:
         say(str(error))
         return 1
-    node = RosNode(options.command, options.log, EventList().show)
+    node = RosNode(options.command, on_frame=EventList().show)
     result = run(node)
     if recording:
         try:

@@ -12,7 +12,7 @@ import socket
 import sys
 import threading
 import time
-from typing import Iterable, NamedTuple
+from typing import Iterable
 
 import audio
 import frames
@@ -35,13 +35,6 @@ HELP = (
 
 class CommandError(Exception):
     """A command that cannot be sent; the text says why."""
-
-
-class Told(NamedTuple):
-    """A text from the bridge ("epdon" or "epdoff") and when it came (time.monotonic)."""
-
-    text: str
-    time: float
 
 
 def encode(words: list[str]) -> list[bytes]:
@@ -78,7 +71,7 @@ class SoundClient:
     """Listens from construction on; a newer connection takes the place of an older one."""
 
     def __init__(self, host: str = "127.0.0.1", port: int = 0, verbose: bool = False) -> None:
-        self.told: list[Told] = []  # grows as texts arrive
+        self.told: list[str] = []  # "epdon" and "epdoff" as they arrive
         self.connections = 0  # bridges accepted so far, the present one included
         self.verbose = verbose
         self._peer: socket.socket | None = None
@@ -103,14 +96,18 @@ class SoundClient:
     def send(self, *words: str) -> None:
         """Sends one command, e.g. send("epd_off") or send("data", "speech.wav")."""
         for block in encode(list(words)):
-            with self._lock:
-                if self._peer is None:
-                    raise CommandError(f"{words[0]}: no bridge connected to {self.address()}")
-                try:
-                    self._peer.sendall(block)
-                except OSError as error:
-                    text = f"{words[0]}: bridge at {self.address()}: {error.strerror}"
-                    raise CommandError(text) from error
+            self.send_bytes(block, words[0])
+
+    def send_bytes(self, block: bytes, name: str) -> None:
+        """Sends bytes in one piece; the name tells what they are when that fails."""
+        with self._lock:
+            if self._peer is None:
+                raise CommandError(f"{name}: no bridge connected to {self.address()}")
+            try:
+                self._peer.sendall(block)
+            except OSError as error:
+                text = f"{name}: bridge at {self.address()}: {error.strerror}"
+                raise CommandError(text) from error
 
     def _accept(self) -> None:
         while True:
@@ -147,7 +144,7 @@ class SoundClient:
         peer.close()
 
     def _note(self, text: str) -> None:
-        self.told.append(Told(text, time.monotonic()))
+        self.told.append(text)
         if self.verbose:
             print(f"{time.strftime('%H:%M:%S')} {text}", flush=True)
 

@@ -57,7 +57,6 @@ class VoiceLink:
         port: int,
         fast: bool = False,
         live: bool = False,
-        window: int = WINDOW,
         on_frame: Callable[[int], None] | None = None,
     ) -> None:
         self.host, self.port = host, port
@@ -69,7 +68,7 @@ class VoiceLink:
         self._changed = threading.Condition()  # guards what follows
         self._returned: list[Returned] = []
         self._sent_kinds: list[int] = []
-        self._window = self._first_window = window
+        self._window = WINDOW
         self._flying = 0  # frames on their way, as far as can be known
         self._failure = ""  # why the connection ended
         self._answered = 0.0  # when something last came back, or the connection was made
@@ -201,7 +200,7 @@ class VoiceLink:
         if frame.kind == frames.TOF and len(last) == 2 and last[1].kind == frames.EOF:
             # A renewal, which dropped all that had been sent when the last frame before it came.
             self._flying = frame.sent - last[0].sent + OWN_NOISE
-            self._window = self._first_window
+            self._window = WINDOW
 
     def returned(self) -> list[Returned]:
         """All frames that came back so far, oldest first."""

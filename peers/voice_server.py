@@ -21,30 +21,25 @@ from waiting import say
 class VoiceServer:
     """Sends one recording and collects what returns. The connection stays until close()."""
 
-    def __init__(self, link: VoiceLink, markers: bool = True) -> None:
+    def __init__(self, link: VoiceLink) -> None:
         self.link = link
-        self.markers = markers  # TOF before and EOF after the audio
 
     def play(self, payloads: Iterable[bytes]) -> None:
         """Sends TOF, the payloads and EOF, then silence until all of it has come back."""
-        if self.markers:
-            self.link.send(frames.TOF)
+        self.link.send(frames.TOF)
         for payload in payloads:
             self.link.send(frames.DATA, payload)
-        if self.markers:
-            self.link.send(frames.EOF)
+        self.link.send(frames.EOF)
         self._drain()
 
     def _drain(self) -> None:
         """Pushes the rest through the bridge's delay line, which only new frames move.
 
-        Ends when our EOF has come back. A renewal may have swallowed it, hence the limit;
-        without markers nothing tells the end, and the limit alone counts.
+        Ends when our EOF has come back. A renewal may have swallowed it, hence the limit of three
+        seconds; delay line and engines hold about a fifth of one.
         """
-        # Three seconds and half of one; delay line and engines hold about a fifth of one.
-        limit = (3 if self.markers else 0.5) * frames.PER_SECOND
-        for _ in range(int(limit)):
-            if self.markers and self.link.final_eof_returned():
+        for _ in range(3 * frames.PER_SECOND):
+            if self.link.final_eof_returned():
                 return
             self.link.send(frames.DATA, frames.SILENCE)
 
@@ -73,7 +68,6 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--out", metavar="WAV", help="file for the returned audio")
     parser.add_argument("--whole", action="store_true", help="a pipe is no microphone: play it all")
     parser.add_argument("--fast", action="store_true", help="as fast as answered, not real time")
-    parser.add_argument("--no-markers", action="store_true", help="no TOF first and EOF last")
     parser.add_argument("--stay", action="store_true", help="stay connected afterwards")
     parser.add_argument("--wait", type=float, default=60, help="seconds to connect (%(default)s)")
     return parser.parse_args()
@@ -130,7 +124,7 @@ def play(options: argparse.Namespace, live: LiveInput | None) -> None:
     last = time.monotonic() + options.wait
     while True:
         link = VoiceLink(options.host, options.port, fast=options.fast, live=live is not None)
-        server = VoiceServer(link, markers=not options.no_markers)
+        server = VoiceServer(link)
         try:
             play_once(server, source, options)
             break

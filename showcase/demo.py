@@ -79,7 +79,7 @@ class Demo:
         """Does what is due before this frame. Frame 0 is TOF, so the recording starts at 1."""
         at = number - 1
         while len(self.told) < len(self.sound_client.told):
-            self.told.append((at, self.sound_client.told[len(self.told)].text))
+            self.told.append((at, self.sound_client.told[len(self.told)]))
         while self._plan and at >= self._plan[0][0]:
             _, name, action = self._plan.pop(0)
             action()

@@ -55,7 +55,7 @@ class Gating(Story):
         self.node.play_sound(True)
         self.play(False)
         self.wait_for(lambda: len(self.client.told) >= 2, "epdoff and epdon")
-        self.assertEqual([told.text for told in self.client.told], ["epdoff", "epdon"])
+        self.assertEqual(self.client.told, ["epdoff", "epdon"])
 
     def test_sound_client_is_told_nothing_at_the_start(self):
         self.start()
