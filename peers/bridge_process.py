@@ -8,9 +8,20 @@ import threading
 from pathlib import Path
 from typing import BinaryIO, Callable
 
+from processes import members
 from waiting import until
 
 POLITE = 2.0  # seconds that each way of ending the bridge gets before a harder one
+
+
+def command_line(
+    program: Path, engine: str | Path, settings: tuple[Path, Path], ports: tuple[int, int],
+    level: str = "info",
+) -> list[str]:  # fmt: skip
+    """A bridge on this machine; settings of the MMSE and the VAD engine, ports of the sound client
+    and the voice server."""
+    words = [program, "-i", "127.0.0.1", "-c", ports[0], "-s", ports[1], "-l", level]
+    return [str(word) for word in [*words, "-b", engine, "-m", settings[0], "-v", settings[1]]]
 
 
 class StartError(Exception):
@@ -110,22 +121,6 @@ class BridgeProcess:
         for pid in members(group):
             os.kill(pid, signal.SIGKILL)
         return ", engines were left behind and killed"
-
-
-def members(group: int) -> list[int]:
-    """Running processes of a process group; dead ones that nobody collects do not count."""
-    found = []
-    for entry in Path("/proc").iterdir():
-        if not entry.name.isdigit():
-            continue
-        try:
-            # The name in parentheses may hold blanks: state, parent and group follow it.
-            state, _, its_group = (entry / "stat").read_text().rpartition(")")[2].split()[:3]
-        except OSError:
-            continue  # it ended while we looked
-        if int(its_group) == group and state != "Z":
-            found.append(int(entry.name))
-    return found
 
 
 def describe(code: int) -> str:

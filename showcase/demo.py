@@ -19,7 +19,7 @@ import measure
 import picture
 import report
 import scene as scenes
-from bridge_process import StartError
+from bridge_process import StartError, command_line
 from ros_node import RosNode
 from sound_client import CommandError, SoundClient
 from voice_link import LinkError, VoiceLink
@@ -38,10 +38,13 @@ class Demo:
         port = free_port()
         build = options.build
         self.sound_client = SoundClient()
-        command = [build / "Tolvanev", "-i", "127.0.0.1", "-c", self.sound_client.port, "-s", port]
-        command += ["-b", build / "tolvanev-engine", "-l", "info"]
-        command += ["-m", build / "mmse.ini", "-v", build / "vad.ini"]
-        self.node = RosNode([str(word) for word in command], str(options.out / "bridge.log"))
+        command = command_line(
+            build / "Tolvanev",
+            build / "tolvanev-engine",
+            (build / "mmse.ini", build / "vad.ini"),
+            (self.sound_client.port, port),
+        )
+        self.node = RosNode(command, str(options.out / "bridge.log"))
         self.link = VoiceLink("127.0.0.1", port, options.fast, on_frame=self._before_frame)
         self.server = VoiceServer(self.link)
         self.switched: list[tuple[int, str]] = []

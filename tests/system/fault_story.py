@@ -19,7 +19,8 @@ import time
 from pathlib import Path
 
 import frames
-from bridge_process import members
+import processes
+from processes import members, zombies
 from story import BOUND, BUILD, EMULATED, Story
 from waiting import until
 
@@ -69,19 +70,6 @@ def taken(connection: socket.socket) -> bool:
         if (int(local[-4:], 16), int(remote[-4:], 16)) == (theirs, ours):
             return int(queues.partition(":")[2], 16) == 0
     return False
-
-
-def zombies(group: int) -> list[int]:
-    """Ended processes of a process group that nobody has collected."""
-    found = []
-    for entry in Path("/proc").glob("[0-9]*"):
-        try:
-            state, _, its_group = (entry / "stat").read_text().rpartition(")")[2].split()[:3]
-        except OSError:
-            continue  # collected while we looked
-        if int(its_group) == group and state == "Z":
-            found.append(int(entry.name))
-    return found
 
 
 class FaultStory(Story):
@@ -188,12 +176,11 @@ class FaultStory(Story):
     # Looking at the bridge.
 
     def descriptors(self) -> int:
-        return len(os.listdir(f"/proc/{self.node.bridge.pid()}/fd"))
+        return len(processes.descriptors(self.node.bridge.pid()))
 
     def resident(self) -> int:
         """Its resident memory in bytes."""
-        fields = Path(f"/proc/{self.node.bridge.pid()}/statm").read_text().split()
-        return int(fields[1]) * os.sysconf("SC_PAGE_SIZE")
+        return processes.resident(self.node.bridge.pid())
 
     def engine_pid(self, role: str) -> int:
         """The process of the engine that was started last in this role."""

@@ -12,7 +12,8 @@ import unittest
 from pathlib import Path
 
 import frames
-from bridge_process import members
+from bridge_process import command_line
+from processes import members
 from ros_node import RosNode
 from sound_client import SoundClient
 from voice_link import VoiceLink
@@ -76,12 +77,9 @@ class Story(unittest.TestCase):
                      settings=None, node_reads=True, through=()) -> None:  # fmt: skip
         """Engines get scripts, or these settings files (mmse, vad) instead. through: a command that
         runs the one behind it."""
-        mmse_file, vad_file = settings or (self.script("mmse", *mmse), self.script("vad", *vad))
-        command = [
-            *through, str(BRIDGE), "-i", "127.0.0.1", "-b", str(engine), "-l", level,
-            "-c", str(self.client_port), "-s", str(self.server_port),
-            "-m", str(mmse_file), "-v", str(vad_file),
-        ]  # fmt: skip
+        settings = settings or (self.script("mmse", *mmse), self.script("vad", *vad))
+        ports = self.client_port, self.server_port
+        command = [*through, *command_line(BRIDGE, engine, settings, ports, level)]
         self.node = RosNode(command, str(self.bridge_log))
         self.node.start(reading=node_reads)
 

@@ -3,12 +3,12 @@
 descriptor open, one every five seconds, until no more are to be had. At the usual limit of 1,024
 that is after some 85 minutes. The limit here is small, and is the bridge's alone.
 """
-import os
 import resource
 import signal
 import unittest
 
 from fault_story import CONNECTED, SANITIZED, FaultStory
+from processes import descriptors
 
 NOT_REACHED = "WARNING: Socket connect error. error : Connection refused\n"
 USED_UP = "WARNING: Socket open error. error : Too many open files\n"
@@ -28,7 +28,7 @@ os.execv(sys.argv[1], sys.argv[1:])
 
 class SoundClientThatStaysAway(FaultStory):
     def open_numbers(self) -> set[int]:
-        return {int(name) for name in os.listdir(f"/proc/{self.node.bridge.pid()}/fd")}
+        return descriptors(self.node.bridge.pid())
 
     def allow_one_more(self) -> None:
         """Leaves the bridge the descriptor of its next attempt and none beyond it."""

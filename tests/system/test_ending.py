@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Every way to end, with its message and its status. What the table in README.md says is told
 here."""
-import os
 import re
 import signal
 import socket
@@ -139,13 +138,12 @@ class Ending(FaultStory):
         self.start()
         self.send(1, 20)
         self.send_silence_until(lambda: (frames.DATA, -20) in self.returned(), "frame 20")
-        folder = f"/proc/{self.node.bridge.pid()}/fd"
-        before = len(os.listdir(folder))
+        before = self.descriptors()
         self.send(21, 600)  # across a renewal
         self.send_silence_until(lambda: "renew noize model." in self.log(), "a renewal")
         self.send(601, 630)
         self.send_silence_until(lambda: (frames.DATA, -630) in self.returned(), "frame 630")
-        self.assertEqual(len(os.listdir(folder)), before)
+        self.assertEqual(self.descriptors(), before)
 
     def test_ports_are_free_again(self):
         self.start()

@@ -6,8 +6,8 @@ import signal
 import unittest
 
 import frames
-from bridge_process import members
 from fault_story import GROWTH, TERMINATE, FaultStory
+from processes import members
 from story import SCRIPTED_ENGINE, speech
 
 LAST = 20

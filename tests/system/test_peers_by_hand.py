@@ -10,6 +10,7 @@ import unittest
 from pathlib import Path
 
 import frames
+from bridge_process import command_line
 from ros_node import broken_pipe
 from sound_client import SoundClient
 from story import BOUND, BRIDGE, SCRIPTED_ENGINE, Story
@@ -49,14 +50,17 @@ class RosNodeCommand(Story):
         self.assertEqual(status, 2)
         self.assertIn("-i 127.0.0.1: not for me; put -- in front of the bridge", message)
 
+    def by_hand(self, engine: str | Path, settings: Path) -> list[str]:
+        """A node with a bridge of our ports."""
+        ports = self.client_port, self.server_port
+        command = [sys.executable, "-B", str(PEERS / "ros_node.py"), "--"]
+        return [*command, *command_line(BRIDGE, engine, (settings, settings), ports)]
+
     def end_of_bridge(self, engine: str) -> tuple[int, str]:
         """Exit status and messages of a node whose bridge gets one frame."""
         client = SoundClient(port=self.client_port)
         self.addCleanup(client.close)
-        settings = str(self.script("mmse", "exit_after 0"))
-        command = [sys.executable, "-B", str(PEERS / "ros_node.py"), "--", str(BRIDGE)]
-        command += ["-i", "127.0.0.1", "-c", str(self.client_port), "-s", str(self.server_port)]
-        command += ["-b", engine, "-m", settings, "-v", settings]
+        command = self.by_hand(engine, self.script("mmse", "exit_after 0"))
         # Its standard input stays open: the end of that would end the bridge.
         source, sink = os.pipe()
         self.addCleanup(os.close, sink)
@@ -92,17 +96,11 @@ class RosNodeCommand(Story):
 
     def test_closed_terminal_leaves_no_bridge(self):
         # It still waits for its peers, so it would not notice that its input has ended.
-        command = [sys.executable, "-B", str(PEERS / "ros_node.py"), "--", str(BRIDGE)]
-        command += ["-i", "127.0.0.1", "-c", str(self.client_port), "-s", str(self.server_port)]
+        command = self.by_hand(SCRIPTED_ENGINE, self.script("mmse"))
         source, sink = os.pipe()
         self.addCleanup(os.close, sink)
         with open(source) as stdin:
-            node = subprocess.Popen(
-                [*command, "-b", str(SCRIPTED_ENGINE)],
-                stdin=stdin,
-                stderr=subprocess.PIPE,
-                text=True,
-            )
+            node = subprocess.Popen(command, stdin=stdin, stderr=subprocess.PIPE, text=True)
         self.addCleanup(node.kill)
         until(lambda: "Connecting" in node.stderr.readline(), BOUND)
         node.send_signal(signal.SIGHUP)

@@ -4,7 +4,7 @@ frames of averaged noise before live audio."""
 import unittest
 
 import frames
-from bridge_process import members
+from processes import members
 from story import Story
 
 

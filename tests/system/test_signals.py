@@ -8,8 +8,8 @@ import signal
 import socket
 import unittest
 
-from bridge_process import members
 from fault_story import TERMINATE, FaultStory
+from processes import members
 from story import BUILD
 from waiting import until
 
