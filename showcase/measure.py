@@ -7,7 +7,8 @@ import numpy as np
 
 import frames
 from ros_node import RosNode
-from scene import LOUD, Passage, Scene, decibel, frame_levels, rms
+from scene import Passage, Scene, decibel
+from speech import frame_levels, loudest, rms
 from voice_link import Returned
 
 CHUNK = 100  # frames that are placed together: long enough to recognise, short beside a renewal
@@ -164,7 +165,7 @@ def compare(scene: Scene, returned: list[Returned]) -> Comparison:
 def audible(scene: Scene) -> np.ndarray:
     """For each sample, whether its frame is loud enough to be judged."""
     found = frame_levels(scene.noisy.astype(np.float64))
-    loud = np.percentile(found, LOUD) * 10 ** (BELOW_SPEECH / 20)
+    loud = loudest(found) * 10 ** (BELOW_SPEECH / 20)
     return np.repeat(found >= min(loud, 32768 * 10 ** (AUDIBLE / 20)), frames.SAMPLES)
 
 

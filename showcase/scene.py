@@ -7,6 +7,7 @@ import numpy as np
 
 import audio
 import frames
+import speech
 
 # Real recordings of several speakers, 16 kHz, from Debian's package pocketsphinx-testdata.
 RECORDINGS = Path("/usr/share/pocketsphinx/test/data")
@@ -28,8 +29,7 @@ RENEWAL = 500  # the bridge looks every so many frames whether it may renew its 
 # It does so only outside utterances. These frames around each multiple stay free of speech; the
 # count drifts by a few frames each time because markers count too and renewals drop frames.
 QUIET_BEFORE, QUIET_AFTER = 60, 40
-SPEECH_LEVEL = -24.0  # dB below full scale, RMS: a usual speaking level with room for peaks
-LOUD = 98  # percentile of the frames' levels that counts as the loudest; above it are clicks
+SPEECH_RANGE = 30  # dB below the loudest frames that still are speech
 QUIETEST = 10  # RMS of loud frames; below it there is little but rounding noise
 SHORTEST, LONGEST = 40, 60  # seconds of recording: several renewals, yet done within two minutes
 SEED = 1  # every run gets the same noise
@@ -63,33 +63,18 @@ def decibel(ratio: float) -> float:
     return 20 * np.log10(max(ratio, 1e-9))
 
 
-def rms(samples: np.ndarray) -> float:
-    return float(np.sqrt(np.mean(np.square(samples, dtype=np.float64)))) if len(samples) else 0.0
-
-
-def frame_levels(samples: np.ndarray) -> np.ndarray:
-    """RMS of each whole frame."""
-    whole = samples[: len(samples) // frames.SAMPLES * frames.SAMPLES]
-    return np.sqrt(np.mean(whole.reshape(-1, frames.SAMPLES) ** 2, axis=1))
-
-
 def find_speech(samples: np.ndarray, gap: int) -> list[Passage]:
-    """Where it is loud: within 30 dB of the loudest frames, gaps below `gap` frames bridged."""
-    levels = frame_levels(samples)
+    """Where it is loud enough for speech, gaps below `gap` frames bridged."""
+    levels = speech.frame_levels(samples)
     if not len(levels) or levels.max() <= 0:
         return []
-    found: list[Passage] = []
-    for index in np.flatnonzero(levels > np.percentile(levels, LOUD) * 10 ** (-30 / 20)):
-        if found and index - found[-1].end < gap:
-            found[-1].end = int(index) + 1
-        else:
-            found.append(Passage(int(index), int(index) + 1))
-    return [passage for passage in found if passage.end - passage.start >= 10]  # not clicks
+    floor = speech.loudest(levels) * 10 ** (-SPEECH_RANGE / 20)
+    return [Passage(*span) for span in speech.find(levels, floor, gap)]
 
 
 def load_samples(path: str | Path) -> np.ndarray:
-    samples = whole_frames(np.frombuffer(audio.load(path), dtype="<i2").astype(np.float64))
-    if not len(samples) or np.percentile(frame_levels(samples), LOUD) < QUIETEST:
+    samples = speech.whole_frames(np.frombuffer(audio.load(path), dtype="<i2").astype(np.float64))
+    if not len(samples) or speech.loudest(speech.frame_levels(samples)) < QUIETEST:
         raise audio.AudioError(f"{path}: no sound in it, or hardly any")
     return samples
 
@@ -97,21 +82,13 @@ def load_samples(path: str | Path) -> np.ndarray:
 def load_clip(path: str | Path) -> np.ndarray:
     """Samples of one recording, without silence at both ends, at the usual level."""
     samples = load_samples(path)
-    speech = find_speech(samples, gap=len(samples))
-    if not speech:
+    spoken = find_speech(samples, gap=len(samples))
+    if not spoken:
         raise audio.AudioError(f"{path}: no sound in it, or hardly any")
     margin = 5  # frames kept at both ends, for soft consonants
-    start, end = max(0, speech[0].start - margin), speech[0].end + margin
-    samples = whole_frames(samples[start * frames.SAMPLES : end * frames.SAMPLES])
-    fade = np.linspace(0, 1, frames.SAMPLES)
-    samples[: len(fade)] *= fade
-    samples[-len(fade) :] *= fade[::-1]
-    return samples * (32768 * 10 ** (SPEECH_LEVEL / 20) / rms(samples))
-
-
-def whole_frames(samples: np.ndarray) -> np.ndarray:
-    """A copy with the last frame filled up."""
-    return np.pad(samples, (0, -len(samples) % frames.SAMPLES))
+    start, end = max(0, spoken[0].start - margin), spoken[0].end + margin
+    clip = speech.faded(samples[start * frames.SAMPLES : end * frames.SAMPLES])
+    return speech.at_level(clip, clip)
 
 
 def lay_out(lengths: list[int]) -> list[Passage]:
@@ -134,7 +111,7 @@ def pink_noise(count: int, level: float) -> np.ndarray:
     spectrum = np.fft.rfft(np.random.default_rng(SEED).standard_normal(count))
     frequency = np.fft.rfftfreq(count, 1 / frames.RATE)
     noise = np.fft.irfft(spectrum / np.sqrt(np.maximum(frequency, 50)), count)  # flat below 50 Hz
-    return noise * (level / rms(noise))
+    return noise * (level / speech.rms(noise))
 
 
 def speech_of_package() -> tuple[np.ndarray, list[Passage], str]:
@@ -176,8 +153,7 @@ def build(snr: float, path: str | None = None) -> Scene:
     clean, passages, made = speech_of_user(path) if path else speech_of_package()
     clean = clean[: len(clean) // frames.SAMPLES * frames.SAMPLES]
     length = len(clean) // frames.SAMPLES
-    speech = 32768 * 10 ** (SPEECH_LEVEL / 20)
-    noisy = clean + pink_noise(len(clean), speech * 10 ** (-snr / 20))
+    noisy = clean + pink_noise(len(clean), 32768 * 10 ** ((speech.LEVEL - snr) / 20))
     return Scene(
         clean=to_samples(clean),
         noisy=to_samples(noisy),
