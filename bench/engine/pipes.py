@@ -7,9 +7,9 @@ from pathlib import Path
 
 import numpy as np
 
-from recordings import FRAME
+from frames import DATA, END, EOF, START, TOF
+from frames import SAMPLES as FRAME
 
-DATA, START, END, TOF, EOF = 0, 1, 2, 9, 10
 AUDIO = np.dtype([("kind", "<i4"), ("samples", "<i2", FRAME)])  # 324 bytes
 RESULT = np.dtype([("kind", "<i4"), ("values", "<f4", 25)])  # 104 bytes
 

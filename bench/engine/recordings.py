@@ -18,14 +18,13 @@ from pathlib import Path
 
 import numpy as np
 
-RATE = 16000
-FRAME = 160  # samples, 10 ms
-SPEECH_LEVEL = -24.0  # dBFS, RMS while somebody speaks: usual, with room for peaks
+import speech
+from frames import RATE
+from frames import SAMPLES as FRAME
 
 LABEL_RANGE = 30.0  # dB below the loudest frames that still are speech: softer is hardly heard
 NOISY_RANGE = 22.0  # the same for recordings with noise of their own 35 dB below their speech
 PAUSE = 30  # frames; a shorter gap (stop consonant, breath) is part of the utterance
-SHORTEST = 10  # frames; what is shorter is a click
 MARGIN = 10  # frames kept around the speech of a recording
 QUIET = 14.0  # dB that a recording's own noise lies below its softest speech, at least
 
@@ -45,8 +44,7 @@ class Recording:
 
 def frame_levels(samples: np.ndarray) -> np.ndarray:
     """Level of each whole frame in dB re 1."""
-    whole = samples[: len(samples) // FRAME * FRAME].reshape(-1, FRAME)
-    return 10 * np.log10(np.mean(whole**2, axis=1) + 1e-9)
+    return 10 * np.log10(np.square(speech.frame_levels(samples)) + 1e-9)
 
 
 def find_utterances(samples: np.ndarray, label_range: float) -> list[tuple[int, int]]:
@@ -54,19 +52,13 @@ def find_utterances(samples: np.ndarray, label_range: float) -> list[tuple[int, 
     # The median of five frames leaves edges where they are and takes clicks away.
     around = np.lib.stride_tricks.sliding_window_view(np.pad(frame_levels(samples), 2), 5)
     levels = np.median(around, axis=1)
-    found: list[list[int]] = []
-    for index in np.flatnonzero(levels > np.percentile(levels, 98) - label_range):
-        if found and index - found[-1][1] < PAUSE:
-            found[-1][1] = int(index) + 1
-        else:
-            found.append([int(index), int(index) + 1])
-    return [(start, end) for start, end in found if end - start >= SHORTEST]
+    return speech.find(levels, speech.loudest(levels) - label_range, PAUSE)
 
 
 def own_noise(samples: np.ndarray) -> float:
     """How far the quietest frames lie below the loudest, in dB."""
     levels = frame_levels(samples)
-    return float(np.percentile(levels, 98) - np.percentile(levels, 2))
+    return speech.loudest(levels) - float(np.percentile(levels, 2))
 
 
 def trim(name: str, samples: np.ndarray, label_range: float) -> Recording | None:
@@ -75,15 +67,10 @@ def trim(name: str, samples: np.ndarray, label_range: float) -> Recording | None
     if not found:
         return None
     first = max(0, found[0][0] - MARGIN)
-    samples = samples[first * FRAME : (found[-1][1] + MARGIN) * FRAME].copy()
-    samples = np.pad(samples, (0, -len(samples) % FRAME))
-    fade = np.linspace(0, 1, FRAME)
-    samples[:FRAME] *= fade
-    samples[-FRAME:] *= fade[::-1]
+    samples = speech.faded(samples[first * FRAME : (found[-1][1] + MARGIN) * FRAME])
     utterances = [(start - first, end - first) for start, end in found]
     spoken = np.concatenate([samples[a * FRAME : b * FRAME] for a, b in utterances])
-    samples *= 32768 * 10 ** (SPEECH_LEVEL / 20) / np.sqrt(np.mean(spoken**2))
-    return Recording(name, samples, utterances)
+    return Recording(name, speech.at_level(samples, spoken), utterances)
 
 
 def read_with_sox(path: str) -> np.ndarray:
@@ -113,7 +100,7 @@ def load(paths: list[str], label_range: float = LABEL_RANGE) -> list[Recording]:
     result = []
     for path in paths:
         samples = (read_g722 if path.endswith(".g722") else read_with_sox)(path)
-        if len(samples) < SHORTEST * FRAME or own_noise(samples) < label_range + QUIET:
+        if len(samples) < speech.SHORTEST * FRAME or own_noise(samples) < label_range + QUIET:
             continue
         recording = trim(path, samples, label_range)
         if recording:

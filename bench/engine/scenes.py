@@ -5,7 +5,8 @@ from dataclasses import dataclass
 
 import numpy as np
 
-from recordings import FRAME, RATE, SPEECH_LEVEL, Recording
+import speech
+from recordings import FRAME, RATE, Recording
 
 SEED = 20
 # Seconds of noise ahead of the first word, one stream each: time to settle, or hardly any.
@@ -47,10 +48,6 @@ def above_lowest(samples: np.ndarray) -> np.ndarray:
     spectrum = np.fft.rfft(samples)
     spectrum[: int(LOWEST * len(samples) / RATE)] = 0
     return np.fft.irfft(spectrum, len(samples))
-
-
-def rms(samples: np.ndarray) -> float:
-    return float(np.sqrt(np.mean(np.square(samples)))) if len(samples) else 0.0
 
 
 def lay_out(recordings: list[Recording], number: int) -> tuple[np.ndarray, list[Spoken], int]:
@@ -100,7 +97,7 @@ def make_noise(kind: str, talkers: list[Recording], count: int, number: int) -> 
         noise = babble(talkers, count, number)
     else:
         noise = of_sox(kind, count, number)
-    return noise * (32768 * 10 ** (SPEECH_LEVEL / 20) / rms(noise))
+    return speech.at_level(noise, noise)
 
 
 def build(speech: list[Recording], talkers: list[Recording], kind: str, snr: float) -> list[Scene]:

@@ -4,15 +4,14 @@ import os
 import subprocess
 import threading
 from dataclasses import dataclass
-from pathlib import Path
 
 import numpy as np
 
 import pipes
+import processes
 
 HOUR = 360_000  # frames
 MINUTE = 6_000  # frames after which memory counts as settled
-PAGE = os.sysconf("SC_PAGE_SIZE")
 
 
 @dataclass
@@ -21,15 +20,6 @@ class Soak:
     early: int  # KiB resident after a minute of frames
     late: int  # and after an hour
     microseconds: float  # CPU time a frame
-
-
-def resident(pid: int) -> int:
-    return int(Path(f"/proc/{pid}/statm").read_text().split()[1]) * PAGE // 1024
-
-
-def processor_time(pid: int) -> float:
-    fields = Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
-    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
 def run(engine: pipes.Engine, role: str, minute: np.ndarray, answer_size: int) -> Soak:
@@ -48,7 +38,7 @@ def run(engine: pipes.Engine, role: str, minute: np.ndarray, answer_size: int) -
             while part := os.read(process.stdout.fileno(), 1 << 16):
                 whole += len(part)
                 if not marks and whole >= MINUTE * answer_size:
-                    marks.append(resident(process.pid))
+                    marks.append(processes.resident(process.pid) // 1024)
 
         reader = threading.Thread(target=drain)
         reader.start()
@@ -56,8 +46,8 @@ def run(engine: pipes.Engine, role: str, minute: np.ndarray, answer_size: int) -
             process.stdin.write(stream)
         process.stdin.flush()
         # The last frames may still be in the pipe: a few hundred of an hour.
-        marks.append(resident(process.pid))
-        seconds = processor_time(process.pid)
+        marks.append(processes.resident(process.pid) // 1024)
+        seconds = processes.cpu(process.pid)
         process.stdin.close()
         reader.join()
     return Soak(role, marks[0], marks[-1], 1e6 * seconds / HOUR)
