@@ -3,44 +3,47 @@
 
 TOLVANEV_BUILD names the build directory with tolvanev-engine, mmse.ini and vad.ini.
 """
-
+import array
 import math
 import os
 import random
 import select
 import struct
 import subprocess
+from typing import Any, Iterable
+
+import frames
+from frames import DATA, RATE, SAMPLES, SIZE
 
 BUILD = os.environ.get("TOLVANEV_BUILD", "build/debug")
 ENGINE = os.path.join(BUILD, "tolvanev-engine")
 MMSE = os.path.join(BUILD, "mmse.ini")
 VAD = os.path.join(BUILD, "vad.ini")
 
-DATA, START, END, TOF, EOF = 0, 1, 2, 9, 10
-SAMPLES = 160  # 10 ms at 16 kHz
-IN_SIZE = 324
-VAD_SIZE = 104
+VAD_SIZE = 104  # bytes of an answer about voice activity
 TIMEOUT_S = 20  # generous: the machine may be busy
 
-
-def frame(kind, samples=None):
-    return struct.pack("<i160h", kind, *(samples or [0] * SAMPLES))
+Answer = tuple[int, bytes]  # type and the rest of the frame
 
 
-def noise(frames, level=300, seed=1):
+def frame(kind: int, samples: Iterable[int] = ()) -> bytes:
+    return frames.make(kind, array.array("h", samples).tobytes())
+
+
+def noise(count: int, level: int = 300, seed: int = 1) -> list[bytes]:
     chance = random.Random(seed)
     return [
-        frame(DATA, [int(chance.gauss(0, level)) for _ in range(SAMPLES)]) for _ in range(frames)
+        frame(DATA, [int(chance.gauss(0, level)) for _ in range(SAMPLES)]) for _ in range(count)
     ]
 
 
-def voice(frames, level=6000):
+def voice(count: int, level: int = 6000) -> list[bytes]:
     """A buzz at 120 Hz with formants and a syllable rhythm: enough of a voice for the detector."""
     out = []
-    for index in range(frames):
+    for index in range(count):
         samples = []
         for n in range(index * SAMPLES, (index + 1) * SAMPLES):
-            t = n / 16000
+            t = n / RATE
             syllable = 0.6 + 0.4 * math.sin(2 * math.pi * 4 * t)
             buzz = sum(
                 math.sin(2 * math.pi * 120 * h * t) / (1 + abs(h - 5) * abs(h - 12) / 8)
@@ -51,8 +54,8 @@ def voice(frames, level=6000):
     return out
 
 
-def split(data, size):
-    """Cuts the output into (type, rest) pairs."""
+def split(data: bytes, size: int) -> list[Answer]:
+    """The frames of an output."""
     assert len(data) % size == 0, len(data)
     return [
         (struct.unpack_from("<i", data, at)[0], data[at + 4 : at + size])
@@ -60,21 +63,21 @@ def split(data, size):
     ]
 
 
-def run(settings, data):
+def run(settings: str, data: bytes) -> subprocess.CompletedProcess[bytes]:
     return subprocess.run([ENGINE, settings], input=data, capture_output=True, timeout=TIMEOUT_S)
 
 
-def answers(settings, frames):
-    result = run(settings, b"".join(frames))
+def answers(settings: str, stream: list[bytes]) -> list[Answer]:
+    result = run(settings, b"".join(stream))
     assert result.returncode == 0, result.stderr
-    return split(result.stdout, IN_SIZE if settings == MMSE else VAD_SIZE)
+    return split(result.stdout, SIZE if settings == MMSE else VAD_SIZE)
 
 
-def kinds(pairs):
+def kinds(pairs: list[Answer]) -> list[int]:
     return [kind for kind, _ in pairs]
 
 
-def level_db(pairs):
+def level_db(pairs: list[Answer]) -> float:
     """RMS level of answered audio in dB re 1."""
     values = [s for kind, rest in pairs if kind == DATA for s in struct.unpack("<160h", rest)]
     return 10 * math.log10(sum(v * v for v in values) / len(values) + 1e-9)
@@ -83,26 +86,26 @@ def level_db(pairs):
 class Running:
     """An engine whose pipes the test holds."""
 
-    def __init__(self, settings, **more):
+    def __init__(self, settings: str, **more: Any) -> None:
         self.process = subprocess.Popen(
             [ENGINE, settings],
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
             stderr=subprocess.PIPE,
             bufsize=0,
-            **more
+            **more,
         )
 
-    def __enter__(self):
+    def __enter__(self) -> "Running":
         return self
 
-    def __exit__(self, *_):
+    def __exit__(self, *_: object) -> None:
         self.process.kill()
         self.process.wait()
         for pipe in (self.process.stdin, self.process.stdout, self.process.stderr):
             pipe.close()
 
-    def read(self, size):
+    def read(self, size: int) -> tuple[bytes, list[int]]:
         """Waits for `size` bytes; returns them and the sizes in which they came."""
         data, sizes = b"", []
         while len(data) < size:

@@ -10,9 +10,9 @@ import time
 import unittest
 
 from engine_story import (
-    DATA, END, EOF, IN_SIZE, MMSE, SAMPLES, START, TIMEOUT_S, TOF, VAD, VAD_SIZE, Running,
-    answers, frame, kinds, noise, run, split, voice,
+    MMSE, TIMEOUT_S, VAD, VAD_SIZE, Running, answers, frame, kinds, noise, run, split, voice,
 )  # fmt: skip
+from frames import DATA, END, EOF, SAMPLES, SIZE, START, TOF
 
 
 class FrameCount(unittest.TestCase):
@@ -74,14 +74,14 @@ class FrameCount(unittest.TestCase):
         self.assertEqual(pairs, [(k, frame(k, samples)[4:]) for k in (TOF, EOF, DATA, DATA)])
 
     def test_each_frame_is_answered_before_the_next_is_read(self):
-        for settings, size in ((MMSE, IN_SIZE), (VAD, VAD_SIZE)):
+        for settings, size in ((MMSE, SIZE), (VAD, VAD_SIZE)):
             with self.subTest(settings=settings), Running(settings) as engine:
                 for sent in [frame(TOF)] + [frame(DATA)] * 20:  # silence adds no marker
                     engine.process.stdin.write(sent)
                     self.assertEqual(engine.read(size)[1], [size])
 
     def test_pipe_that_is_full_loses_nothing(self):
-        for settings, size in ((MMSE, IN_SIZE), (VAD, VAD_SIZE)):
+        for settings, size in ((MMSE, SIZE), (VAD, VAD_SIZE)):
             with self.subTest(settings=settings), Running(settings) as engine:
                 # More than an input and an output pipe of 64 KiB hold, written by a child.
                 feeder = os.fork()

@@ -6,9 +6,8 @@ import subprocess
 import tempfile
 import unittest
 
-from engine_story import (
-    DATA, ENGINE, IN_SIZE, MMSE, TIMEOUT_S, TOF, VAD, VAD_SIZE, Running, frame, noise, run,
-)  # fmt: skip
+from engine_story import ENGINE, MMSE, TIMEOUT_S, VAD, VAD_SIZE, Running, frame, noise, run
+from frames import DATA, SIZE, TOF
 
 
 class Ending(unittest.TestCase):
@@ -38,7 +37,7 @@ class Ending(unittest.TestCase):
             signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGTERM})
             signal.signal(signal.SIGTERM, signal.SIG_IGN)
 
-        for settings, size in ((MMSE, IN_SIZE), (VAD, VAD_SIZE)):
+        for settings, size in ((MMSE, SIZE), (VAD, VAD_SIZE)):
             for prepare in (None, deaf):
                 with Running(settings, preexec_fn=prepare) as engine:
                     engine.process.stdin.write(frame(TOF))

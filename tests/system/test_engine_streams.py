@@ -6,10 +6,8 @@ import struct
 import tempfile
 import unittest
 
-from engine_story import (
-    DATA, END, EOF, IN_SIZE, MMSE, START, TOF, VAD, answers, frame, kinds, level_db, noise, run,
-    split, voice,
-)  # fmt: skip
+from engine_story import MMSE, VAD, answers, frame, kinds, level_db, noise, run, split, voice
+from frames import DATA, END, EOF, SIZE, START, TOF
 
 
 class Markers(unittest.TestCase):
@@ -57,7 +55,7 @@ class Priming(unittest.TestCase):
     def attenuation_db(self, head, settings=MMSE):
         live = noise(50, seed=2)
         result = run(settings, b"".join(head + live))
-        return 20 * math.log10(300) - level_db(split(result.stdout, IN_SIZE)[-50:])
+        return 20 * math.log10(300) - level_db(split(result.stdout, SIZE)[-50:])
 
     def test_primed_start_suppresses_noise_at_once(self):
         self.assertGreater(self.attenuation_db(self.PRIMED), 15)
