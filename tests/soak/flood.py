@@ -8,10 +8,11 @@ import time
 from pathlib import Path
 
 import frames
-from bridge_process import BridgeProcess, members
+from bridge_process import BridgeProcess, command_line
 from flood_stream import SILENCE, Mismatch, Model, sent_frame
 from noisy_client import NoisyClient
 from process import SoakError, sample, slope
+from processes import members
 from waiting import free_port, until
 
 WINDOW = 40  # frames on their way; more than the delay line and the engines hold
@@ -35,16 +36,13 @@ class Flood:
         self.log = folder / "flood.log"
         self.client = NoisyClient()  # connected and silent
         self.port = free_port()
-        scripts = {}
-        for role in ("mmse", "vad"):
-            scripts[role] = folder / f"{role}.ini"
-            scripts[role].write_text(f"role {role}\n")
-        self.bridge = BridgeProcess([
-            str(build / "Tolvanev"), "-i", "127.0.0.1", "-l", "debug",
-            "-b", str(build / "tests" / "scripted_engine"),
-            "-m", str(scripts["mmse"]), "-v", str(scripts["vad"]),
-            "-c", str(self.client.port), "-s", str(self.port),
-        ], str(self.log))  # fmt: skip
+        scripts = folder / "mmse.ini", folder / "vad.ini"
+        for script in scripts:
+            script.write_text(f"role {script.stem}\n")
+        engine = build / "tests" / "scripted_engine"
+        ports = self.client.port, self.port
+        command = command_line(build / "Tolvanev", engine, scripts, ports, "debug")
+        self.bridge = BridgeProcess(command, str(self.log))
         self.model = Model()
         self.voice = socket.socket()
         self.sent = 0  # frames with numbers

@@ -5,10 +5,10 @@ All goes out in packets of 1024 bytes, as many as the bridge reads in one go: a 
 never cut inside its digits, which would end the bridge.
 """
 import random
-import socket
 import threading
 
 from process import SoakError
+from sound_client import CommandError, SoundClient
 from waiting import until
 
 PACKET = 1024
@@ -24,44 +24,20 @@ def padded(packet: bytes) -> bytes:
     return packet.ljust(PACKET, b".")
 
 
-class NoisyClient:
-    """Listens from construction on."""
+class NoisyClient(SoundClient):
+    """Says nothing before start()."""
 
     def __init__(self, seed: int = 1) -> None:
-        self.told: list[str] = []
+        super().__init__()
         self.packets = 0
         self.failure = ""
         self._random = random.Random(seed)
-        self._listener = socket.create_server(("127.0.0.1", 0))
-        self.port = self._listener.getsockname()[1]
-        self._peer: socket.socket | None = None
         self._quiet = threading.Event()
         self._next: list[bytes] = []  # what goes out before anything by chance
-        threading.Thread(target=self._accept, daemon=True).start()
-
-    def _accept(self) -> None:
-        """The bridge connects anew for each attempt; the last one counts."""
-        try:
-            while True:
-                peer, _ = self._listener.accept()
-                peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-                self._peer = peer
-                threading.Thread(target=self._receive, args=(peer,), daemon=True).start()
-        except OSError:
-            pass  # closed at the end
-
-    def _receive(self, peer: socket.socket) -> None:
-        rest = b""
-        try:
-            while data := peer.recv(4096):
-                *texts, rest = (rest + data).split(b"\n\n")
-                self.told += [text.decode() for text in texts]
-        except OSError:
-            pass  # the bridge has ended; whoever watches it tells
 
     def start(self) -> None:
         """Begins to talk to a bridge that has connected, or is about to be noticed."""
-        if not until(lambda: self._peer is not None, 60):
+        if not until(self.connected, 60):
             raise SoakError("the bridge did not connect to the sound client")
         threading.Thread(target=self._talk, name="noisy client", daemon=True).start()
 
@@ -76,10 +52,10 @@ class NoisyClient:
     def _talk(self) -> None:
         try:
             while not self._quiet.wait(INTERVAL):
-                self._peer.sendall(self._next.pop(0) if self._next else self._packet())
+                self.send_bytes(self._next.pop(0) if self._next else self._packet(), "noise")
                 self.packets += 1
-        except OSError as error:
-            self.failure = f"sound client: {error.strerror}"
+        except CommandError as error:
+            self.failure = f"sound client: {error}"
 
     def _packet(self) -> bytes:
         kind = self._random.random()
@@ -100,8 +76,3 @@ class NoisyClient:
                  if text != ("epdoff", "epdon")[index % 2]]  # fmt: skip
         if wrong:
             raise SoakError(f"the sound client was told {wrong[0]!r} out of turn")
-
-    def close(self) -> None:
-        self._listener.close()
-        if self._peer is not None:
-            self._peer.close()

@@ -1,13 +1,11 @@
 # SPDX-License-Identifier: MIT
-"""What a soak looks at: figures of the bridge from /proc, and whether they grow."""
-import os
+"""What a soak looks at: figures of the bridge, and whether they grow."""
 import threading
 import time
-from pathlib import Path
 from typing import NamedTuple
 
-PAGE = os.sysconf("SC_PAGE_SIZE")
-TICKS = os.sysconf("SC_CLK_TCK")
+import processes
+
 SETTLE = 10.0  # seconds in which a renewal must have replaced both engines
 ENGINES = 2
 
@@ -25,15 +23,15 @@ class Sample(NamedTuple):
     cpu: float  # seconds used so far
 
 
-def children(pid: int) -> list[str]:
-    """A letter for the state of each child; Z is one that has ended and was not collected."""
-    states = []
-    for child in Path(f"/proc/{pid}/task/{pid}/children").read_text().split():
+def states(pid: int) -> list[str]:
+    """A letter for the state of each child."""
+    found = []
+    for child in processes.children(pid):
         try:
-            states.append(Path(f"/proc/{child}/stat").read_text().rpartition(")")[2].split()[0])
+            found.append(processes.state(child))
         except OSError:
             pass  # it ended while we looked
-    return states
+    return found
 
 
 def sample(pid: int) -> Sample:
@@ -43,16 +41,13 @@ def sample(pid: int) -> Sample:
     """
     deadline = time.monotonic() + SETTLE
     while True:
-        before = children(pid)
-        memory = int(Path(f"/proc/{pid}/statm").read_text().split()[1]) * PAGE
-        descriptors = len(os.listdir(f"/proc/{pid}/fd"))
-        times = Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[11:13]
-        states = children(pid)
-        if len(states) == ENGINES and "Z" not in states and len(before) == ENGINES:
-            cpu = sum(map(int, times)) / TICKS
-            return Sample(time.monotonic(), memory, descriptors, cpu)
+        before = states(pid)
+        figures = processes.resident(pid), len(processes.descriptors(pid)), processes.cpu(pid)
+        found = states(pid)
+        if len(before) == len(found) == ENGINES and processes.ENDED not in found:
+            return Sample(time.monotonic(), *figures)
         if time.monotonic() > deadline:
-            raise SoakError(f"{len(states)} children instead of {ENGINES}: {states}")
+            raise SoakError(f"{len(found)} children instead of {ENGINES}: {found}")
         time.sleep(0.02)
 
 

@@ -9,9 +9,10 @@ import time
 from pathlib import Path
 
 import frames
-from bridge_process import members
-from process import ENGINES, SoakError, Watch, slope
+from bridge_process import command_line
 from noisy_client import NoisyClient
+from process import ENGINES, SoakError, Watch, slope
+from processes import members
 from ros_node import RosNode
 from voice_link import LinkError, VoiceLink
 from waiting import free_port, until
@@ -54,11 +55,13 @@ class RealTime:
         self.log = folder / "bridge.log"
         self.client = NoisyClient()
         port = free_port()
-        self.node = RosNode([
-            str(build / "Tolvanev"), "-i", "127.0.0.1", "-b", str(build / "tolvanev-engine"),
-            "-m", str(build / "mmse.ini"), "-v", str(build / "vad.ini"), "-l", "info",
-            "-c", str(self.client.port), "-s", str(port),
-        ], str(self.log))  # fmt: skip
+        command = command_line(
+            build / "Tolvanev",
+            build / "tolvanev-engine",
+            (build / "mmse.ini", build / "vad.ini"),
+            (self.client.port, port),
+        )
+        self.node = RosNode(command, str(self.log))
         self.voice = VoiceLink("127.0.0.1", port)
         self._ended = threading.Event()
         self._failure = ""
