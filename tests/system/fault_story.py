@@ -17,6 +17,7 @@ import termios
 import threading
 import time
 from pathlib import Path
+from typing import Callable
 
 import frames
 import processes
@@ -200,7 +201,7 @@ class FaultStory(Story):
         """Sends silence until the bridge is held up by somebody and takes no more."""
         self.wait_for(lambda: not until(self.fed_or_moved(), STANDSTILL), "a standstill")
 
-    def fed_or_moved(self):
+    def fed_or_moved(self) -> Callable[[], bool]:
         moved = self.moved_since()
         return lambda: self.feed() or moved()
 
@@ -214,7 +215,7 @@ class FaultStory(Story):
             pass  # full; later, if at all
         return sent > 0
 
-    def moved_since(self):
+    def moved_since(self) -> Callable[[], bool]:
         before = self.moves()
         return lambda: self.moves() > before
 

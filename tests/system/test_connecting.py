@@ -10,7 +10,7 @@ class Connecting(Story):
     def attempts(self) -> int:
         return self.log().count(CONNECTING)
 
-    def test_waits_for_the_sound_client(self):
+    def test_waits_for_the_sound_client(self) -> None:
         self.start_bridge()
         for role in ("vad", "mmse"):
             self.wait_for(lambda r=role: self.engine_events(r), f"the {role} engine")
@@ -22,7 +22,7 @@ class Connecting(Story):
         self.start_voice()
         self.wait_for(lambda: "[Connected]\n" in self.log(), "the connection")
 
-    def test_waits_for_the_voice_server(self):
+    def test_waits_for_the_voice_server(self) -> None:
         self.start_client()
         self.start_bridge()
         self.wait_for(lambda: self.attempts() >= 2, "a second attempt")

@@ -38,7 +38,7 @@ class CutFrames(FaultStory):
             self.signal_bridge(signal.SIGCONT)
 
     @unittest.skipUnless(ENGINE.exists(), "this build has no engine")
-    def test_frame_cut_by_a_full_buffer_shifts_the_rest_and_ends_it(self):
+    def test_frame_cut_by_a_full_buffer_shifts_the_rest_and_ends_it(self) -> None:
         # The default engines answer any frame, so it is the bridge that meets a type which is none.
         settings = (BUILD / "mmse.ini", BUILD / "vad.ini")
         voice = self.connect_plainly(engine=ENGINE, settings=settings)
@@ -70,7 +70,7 @@ class CutFrames(FaultStory):
             return sent
         raise AssertionError("no buffer was full")
 
-    def test_stand_in_keeps_a_bursty_stream_whole(self):
+    def test_stand_in_keeps_a_bursty_stream_whole(self) -> None:
         self.start_client()
         self.start_bridge(level="info")
         link = self.voice = VoiceLink("127.0.0.1", self.server_port)

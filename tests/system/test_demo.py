@@ -64,22 +64,22 @@ class CameThrough(unittest.TestCase):
         self.assertTrue(np.array_equal(found.cleaned, expected))
         return found
 
-    def test_silence_that_cannot_be_recognised(self):
+    def test_silence_that_cannot_be_recognised(self) -> None:
         samples = bursts((150, 350), (650, 800), length=1000)
         found = self.check_whole(samples)
         self.assertEqual(found.delays(), (DELAY, DELAY, DELAY))
 
-    def test_silence_beside_renewals(self):
+    def test_silence_beside_renewals(self) -> None:
         samples = bursts((150, 350), (900, 1100), length=1300)
         self.check_whole(samples, (500, 530), (800, 830))  # nothing but silence between the two
 
-    def test_missing_speech_counts(self):
+    def test_missing_speech_counts(self) -> None:
         samples = bursts((100, 500), length=600)
         found = measure.compare(make_scene(samples), come_back(samples, (300, 400)))
         self.assertEqual(found.share(), 0.75)
         self.assertEqual(found.missing(), 100)
 
-    def test_other_audio_does_not(self):
+    def test_other_audio_does_not(self) -> None:
         samples = bursts((100, 500), length=600)
         found = measure.compare(make_scene(samples), come_back(samples[::-1]))
         self.assertEqual((found.share(), found.chunks), (0.0, []))
@@ -92,14 +92,14 @@ class Recording(unittest.TestCase):
         self.folder = Path(folder.name)
         self.path = str(self.folder / "speech.wav")
 
-    def test_as_it_is(self):
+    def test_as_it_is(self) -> None:
         samples = bursts((50, 250), length=400)
         audio.save(self.path, samples.tobytes())
         made = scene.as_it_is(self.path)
         self.assertTrue(np.array_equal(made.noisy, samples))
         self.assertEqual((made.epd_off, made.sound, made.clean), (None, None, None))
 
-    def test_what_was_made_of_a_short_one_is_told(self):
+    def test_what_was_made_of_a_short_one_is_told(self) -> None:
         audio.save(self.path, bursts((50, 250), length=400).tobytes())
         made = scene.build(10, self.path)
         # 2.1 s with soft ends and a pause of 0.8 s fit 14 times into 40 s.
@@ -109,17 +109,17 @@ class Recording(unittest.TestCase):
             "mixed with noise 10 dB below the speech",
         )
 
-    def test_what_was_made_of_a_long_one_is_told(self):
+    def test_what_was_made_of_a_long_one_is_told(self) -> None:
         audio.save(self.path, bursts((0, 7000), length=7000).tobytes())
         self.assertIn("level set, shortened to 60 s, mixed", scene.build(10, self.path).made)
 
-    def test_silence_is_refused(self):
+    def test_silence_is_refused(self) -> None:
         audio.save(self.path, bytes(3200))
         for build in (scene.as_it_is, lambda path: scene.build(10, path)):
             with self.assertRaisesRegex(audio.AudioError, "no sound in it"):
                 build(self.path)
 
-    def test_results_of_an_earlier_run_are_cleared_and_nothing_else(self):
+    def test_results_of_an_earlier_run_are_cleared_and_nothing_else(self) -> None:
         for name in ("cleaned.wav", "summary.txt", "mine.wav"):
             (self.folder / name).write_text("old")
         report.clear(self.folder)
@@ -133,11 +133,11 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(result.returncode, 2)
         return result.stderr
 
-    def test_noise_is_a_number_in_range(self):
+    def test_noise_is_a_number_in_range(self) -> None:
         for value in ("nan", "inf", "-inf", "1e9", "loud"):
             self.assertIn("not a number of dB from -20 to 100", self.refusal(f"--snr={value}"))
 
-    def test_as_is_needs_a_recording_and_adds_no_noise(self):
+    def test_as_is_needs_a_recording_and_adds_no_noise(self) -> None:
         self.assertIn("--as-is needs a recording of yours", self.refusal("--as-is"))
         message = self.refusal("--as-is", "--snr", "3", "speech.wav")
         self.assertIn("--as-is adds no noise, so --snr means nothing", message)

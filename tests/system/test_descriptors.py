@@ -42,7 +42,7 @@ class SoundClientThatStaysAway(FaultStory):
         return NOBODY_CAME in self.log()
 
     @unittest.skipIf(SANITIZED, "a sanitizer cannot look at memory without a descriptor of its own")
-    def test_it_uses_the_descriptors_up_for_good(self):
+    def test_it_uses_the_descriptors_up_for_good(self) -> None:
         self.start_bridge()
         self.wait_for(lambda: NOT_REACHED in self.log(), "the first attempt to fail")
         before = self.open_numbers()
@@ -59,7 +59,7 @@ class SoundClientThatStaysAway(FaultStory):
         self.signal_bridge(signal.SIGINT)
         self.expect_end("status 0")
 
-    def test_higher_limit_does_not_help(self):
+    def test_higher_limit_does_not_help(self) -> None:
         # select cannot watch a descriptor above 1,023: the bridge reaches the sound client, but
         # waits for no voice server, not even for one that is there.
         hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]

@@ -23,32 +23,32 @@ class EngineThatCannotBeRun(FaultStory):
         self.expect_end("killed by SIGPIPE")
         self.assertEqual(self.engine_events("mmse"), [])
 
-    def test_missing(self):
+    def test_missing(self) -> None:
         self.expect_broken_pipe(self.folder / "missing")
 
-    def test_not_executable(self):
+    def test_not_executable(self) -> None:
         engine = self.folder / "engine"
         engine.write_bytes(SCRIPTED_ENGINE.read_bytes())
         engine.chmod(0o644)
         self.expect_broken_pipe(engine)
 
-    def test_not_a_program(self):
+    def test_not_a_program(self) -> None:
         engine = self.folder / "engine"
         engine.write_text("neither a program nor a script\n")
         engine.chmod(0o755)
         self.expect_broken_pipe(engine)
 
-    def test_folder(self):
+    def test_folder(self) -> None:
         self.expect_broken_pipe(self.folder)
 
 
 class EngineThatEnds(FaultStory):
-    def test_mmse_engine_at_once(self):
+    def test_mmse_engine_at_once(self) -> None:
         self.connect_plainly(mmse=["exit_after 0"])
         self.feed_until_ended()
         self.expect_end("killed by SIGPIPE")
 
-    def test_vad_engine_at_once(self):
+    def test_vad_engine_at_once(self) -> None:
         self.connect_plainly(vad=["exit_after 0"])
         self.feed_until_ended()
         self.expect_end("killed by SIGPIPE")
@@ -61,13 +61,13 @@ class EngineThatEnds(FaultStory):
         self.expect_end("killed by SIGPIPE")
         self.assertEqual(speech(self.returned()), [(frames.DATA, -n) for n in range(1, LAST + 1)])
 
-    def test_mmse_engine_killed_in_mid_stream(self):
+    def test_mmse_engine_killed_in_mid_stream(self) -> None:
         self.kill_in_mid_stream("mmse")
 
-    def test_vad_engine_killed_in_mid_stream(self):
+    def test_vad_engine_killed_in_mid_stream(self) -> None:
         self.kill_in_mid_stream("vad")
 
-    def test_dead_vad_engine_neither_traps_the_loop_nor_fills_the_memory(self):
+    def test_dead_vad_engine_neither_traps_the_loop_nor_fills_the_memory(self) -> None:
         # Nothing is ever written to it, as the MMSE engine does not answer: it reads as an endless
         # stream of empty frames.
         self.connect_plainly(mmse=["silent"], vad=["exit_after 0"], level="info")
@@ -94,17 +94,17 @@ class EngineThatAnswersWrongly(FaultStory):
         self.assertEqual(self.descriptors(), before)
         self.expect_running()
 
-    def test_slow_engines(self):
+    def test_slow_engines(self) -> None:
         self.travel(mmse=["slow 30"], vad=["slow 30"])
         self.stop_by_input()
 
-    def test_mmse_engine_that_writes_partial_frames(self):
+    def test_mmse_engine_that_writes_partial_frames(self) -> None:
         # Kept: the first part counts as a frame, and the second one as one more.
         self.travel(mmse=["cut 100"])
         quiet = [frame for frame in self.back if not any(frame.payload)]
         self.assertGreaterEqual(len(quiet), LAST - 1)
 
-    def test_vad_engine_that_writes_partial_frames(self):
+    def test_vad_engine_that_writes_partial_frames(self) -> None:
         self.travel(vad=["cut 50"])
         self.stop_by_input()
 
@@ -119,7 +119,7 @@ class EngineThatAnswersWrongly(FaultStory):
         """Frames that the VAD engine has not taken yet."""
         return len(self.engine_frames("mmse")) - len(self.engine_frames("vad"))
 
-    def test_vad_engine_that_floods_and_reads(self):
+    def test_vad_engine_that_floods_and_reads(self) -> None:
         self.start(vad=["extra 300"], level="info")
         self.send_at_pace_of_vad_engine(1, 250)
         self.wait_for(lambda: RUNS_AHEAD in self.log(), "the backlog to be full")
@@ -141,16 +141,16 @@ class EngineThatAnswersWrongly(FaultStory):
         self.expect_end("status 0")
         self.assertNotIn(TERMINATE, self.log())
 
-    def test_mmse_engine_that_floods_and_does_not_read(self):
+    def test_mmse_engine_that_floods_and_does_not_read(self) -> None:
         self.hold_up(mmse=["flood"])
 
-    def test_vad_engine_that_floods_and_does_not_read(self):
+    def test_vad_engine_that_floods_and_does_not_read(self) -> None:
         self.hold_up(vad=["flood"])
 
-    def test_mmse_engine_that_does_not_read(self):
+    def test_mmse_engine_that_does_not_read(self) -> None:
         self.hold_up(mmse=["stall_after 20"])
 
-    def test_vad_engine_that_does_not_read(self):
+    def test_vad_engine_that_does_not_read(self) -> None:
         self.hold_up(vad=["stall_after 20"])
 
 
@@ -167,19 +167,19 @@ class EngineThatDoesNotEnd(FaultStory):
         self.kill_engine(role)
         self.expect_end("status 0", "ROS connector read failed.\n")
 
-    def test_mmse_engine_that_ignores_sigterm(self):
+    def test_mmse_engine_that_ignores_sigterm(self) -> None:
         self.hold_up_the_end("mmse")
 
-    def test_vad_engine_that_ignores_sigterm(self):
+    def test_vad_engine_that_ignores_sigterm(self) -> None:
         self.hold_up_the_end("vad")
 
-    def test_engines_that_ignore_sigterm_end_with_their_input(self):
+    def test_engines_that_ignore_sigterm_end_with_their_input(self) -> None:
         self.start(mmse=["ignore_term"], vad=["ignore_term"])
         self.engine_pid("mmse"), self.engine_pid("vad")
         self.signal_bridge(signal.SIGKILL)
         self.expect_end("killed by SIGKILL")
 
-    def test_engines_that_ignore_the_end_of_their_input_end_by_sigterm(self):
+    def test_engines_that_ignore_the_end_of_their_input_end_by_sigterm(self) -> None:
         self.start(mmse=["ignore_end"], vad=["ignore_end"])
         self.stop_by_input()
 
@@ -192,7 +192,7 @@ class EngineThatDoesNotEnd(FaultStory):
         self.wait_for(lambda: sorted(members(group)) == pids, "the other engine to end")
         return pids
 
-    def test_vad_engine_that_ignores_the_end_of_its_input_is_an_orphan(self):
+    def test_vad_engine_that_ignores_the_end_of_its_input_is_an_orphan(self) -> None:
         # Nothing but a signal ends it, and there is nobody left to send one.
         self.start(vad=["ignore_end"])
         self.engine_pid("mmse")
@@ -201,7 +201,7 @@ class EngineThatDoesNotEnd(FaultStory):
         os.kill(pid, signal.SIGTERM)
         self.expect_nothing_left()
 
-    def test_mmse_engine_that_ignores_the_end_of_its_input_keeps_the_other_one(self):
+    def test_mmse_engine_that_ignores_the_end_of_its_input_keeps_the_other_one(self) -> None:
         # Kept: it was started with the VAD engine's input among its descriptors, which therefore
         # ends with it only.
         self.start(mmse=["ignore_end"])

@@ -29,7 +29,7 @@ class Gating(Story):
     def heard_numbers(self) -> list[int]:
         return [number for _, number in speech(self.heard())]
 
-    def test_nothing_is_heard_while_epd_is_off(self):
+    def test_nothing_is_heard_while_epd_is_off(self) -> None:
         self.start()
         self.pass_by(1, 5)
         self.switch_epd("epd_off")
@@ -39,7 +39,7 @@ class Gating(Story):
         self.wait_for(lambda: 25 in self.heard_numbers(), "frame 25")
         self.assertEqual(self.heard_numbers(), [1, 2, 3, 4, 5, 21, 22, 23, 24, 25])
 
-    def test_nothing_is_heard_while_a_sound_plays(self):
+    def test_nothing_is_heard_while_a_sound_plays(self) -> None:
         self.start()
         self.pass_by(1, 5)
         self.play(True)
@@ -49,7 +49,7 @@ class Gating(Story):
         self.wait_for(lambda: 25 in self.heard_numbers(), "frame 25")
         self.assertEqual(self.heard_numbers(), [1, 2, 3, 4, 5, 21, 22, 23, 24, 25])
 
-    def test_sound_client_is_told_of_each_change_once(self):
+    def test_sound_client_is_told_of_each_change_once(self) -> None:
         self.start()
         self.play(True)
         self.node.play_sound(True)
@@ -57,12 +57,12 @@ class Gating(Story):
         self.wait_for(lambda: len(self.client.told) >= 2, "epdoff and epdon")
         self.assertEqual(self.client.told, ["epdoff", "epdon"])
 
-    def test_sound_client_is_told_nothing_at_the_start(self):
+    def test_sound_client_is_told_nothing_at_the_start(self) -> None:
         self.start()
         self.pass_by(1, 5)
         self.assertEqual(self.client.told, [])
 
-    def test_change_is_logged_with_the_command(self):
+    def test_change_is_logged_with_the_command(self) -> None:
         self.start()
         self.play(True)
         self.wait_for(lambda: self.client.told, "epdoff")

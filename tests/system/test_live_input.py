@@ -83,7 +83,7 @@ class VoiceServerScript(unittest.TestCase):
         self.assertEqual(self.script.wait(BOUND), 0)
         return self.script.stderr.read().decode()
 
-    def test_audio_from_before_the_bridge_is_thrown_away(self):
+    def test_audio_from_before_the_bridge_is_thrown_away(self) -> None:
         self.launch()
         self.write(OLD, 250)  # more than a pipe holds: it is being read
         self.wait_until_it_waits()
@@ -94,7 +94,7 @@ class VoiceServerScript(unittest.TestCase):
         self.assertEqual(echo.data(), [NEW] * 30)
         self.assertIn("threw away 2.5 s that came before the bridge was there", messages)
 
-    def test_microphone_that_was_there_first_is_heard_at_once(self):
+    def test_microphone_that_was_there_first_is_heard_at_once(self) -> None:
         # Two seconds wait in the pipe, and the bridge is there as well.
         source, sink = os.pipe()
         os.write(sink, numbered(OLD) * 200)
@@ -107,7 +107,7 @@ class VoiceServerScript(unittest.TestCase):
         self.finish()
         self.assertEqual(echo.data(), [NEW] * 30)
 
-    def test_nothing_goes_out_faster_than_audio_comes(self):
+    def test_nothing_goes_out_faster_than_audio_comes(self) -> None:
         echo = Echo(self.port)
         self.launch()
         self.wait_for(lambda: echo.got, "the first frame")
@@ -118,7 +118,7 @@ class VoiceServerScript(unittest.TestCase):
         self.assertGreater(time.monotonic() - begun, 0.9 / 1.01 - 0.11)
         self.finish()
 
-    def test_regular_file_on_standard_input_is_played_whole(self):
+    def test_regular_file_on_standard_input_is_played_whole(self) -> None:
         with open(os.memfd_create("speech"), "w+b") as file:
             file.write(numbered(OLD) * 250)
             file.seek(0)
@@ -128,7 +128,7 @@ class VoiceServerScript(unittest.TestCase):
         self.finish()
         self.assertEqual(echo.data(), [OLD] * 250)
 
-    def test_pipe_is_played_whole_on_request(self):
+    def test_pipe_is_played_whole_on_request(self) -> None:
         self.launch("--fast", "--whole")
         self.write(OLD, 150)  # as much as a pipe takes while nobody reads
         self.wait_until_it_waits()
@@ -136,7 +136,7 @@ class VoiceServerScript(unittest.TestCase):
         self.finish()
         self.assertEqual(echo.data(), [OLD] * 150)
 
-    def test_connection_that_the_bridge_did_not_read_is_made_again(self):
+    def test_connection_that_the_bridge_did_not_read_is_made_again(self) -> None:
         self.launch("--whole")
         self.write(OLD, 20)
         echo = Echo(self.port, resets=2)
@@ -146,7 +146,7 @@ class VoiceServerScript(unittest.TestCase):
         self.assertEqual(echo.data(), [OLD] * 20 + [NEW] * 20)
         self.assertEqual(messages.count("the bridge did not come to read; once more"), 2)
 
-    def test_microphone_is_heard_afresh_when_it_was_not_read(self):
+    def test_microphone_is_heard_afresh_when_it_was_not_read(self) -> None:
         self.launch()
         echo = Echo(self.port, resets=1)
         self.wait_for(lambda: self.write(OLD, 1) or echo.got, "the first frame")
@@ -155,7 +155,7 @@ class VoiceServerScript(unittest.TestCase):
         self.assertEqual(echo.data()[-20:], [NEW] * 20)
         self.assertEqual(messages.count("the bridge did not come to read; once more"), 1)
 
-    def test_input_that_has_ended_too_early_is_told(self):
+    def test_input_that_has_ended_too_early_is_told(self) -> None:
         self.launch()
         self.write(OLD, 20)
         self.script.stdin.close()
@@ -178,7 +178,7 @@ class Waiting(unittest.TestCase):
         self.addCleanup(self.sink.close)
         self.live = LiveInput(stream)
 
-    def test_the_newest_second_is_kept(self):
+    def test_the_newest_second_is_kept(self) -> None:
         self.live.begin()
         for number in range(1, 301):
             self.sink.write(numbered(number))
@@ -189,7 +189,7 @@ class Waiting(unittest.TestCase):
         self.assertEqual(kept, list(range(301 - most, 301)))
         self.assertTrue(self.live.ended())
 
-    def test_sample_that_is_half_gone_stays_whole(self):
+    def test_sample_that_is_half_gone_stays_whole(self) -> None:
         self.sink.write(numbered(OLD)[:-1])
         self.live.begin()
         self.sink.write(b"\0" + numbered(NEW))

@@ -33,11 +33,11 @@ def call(name: str, *arguments: str) -> tuple[int, str]:
 class BadOutput(unittest.TestCase):
     """Told before anything is started, in one line."""
 
-    def test_of_the_voice_server(self):
+    def test_of_the_voice_server(self) -> None:
         message = f"voice_server: {BAD}: No such file or directory\n"
         self.assertEqual(call("voice_server.py", "-", "--out", BAD), (1, message))
 
-    def test_of_the_ros_node(self):
+    def test_of_the_ros_node(self) -> None:
         message = f"ros_node: {BAD}: No such file or directory\n"
         self.assertEqual(call("ros_node.py", "--out", BAD, "--", str(BRIDGE)), (1, message))
 
@@ -45,7 +45,7 @@ class BadOutput(unittest.TestCase):
 class RosNodeCommand(Story):
     """The bridge's options, and what stands behind its silent end."""
 
-    def test_bridge_without_the_two_dashes(self):
+    def test_bridge_without_the_two_dashes(self) -> None:
         status, message = call("ros_node.py", str(BRIDGE), "-i", "127.0.0.1")
         self.assertEqual(status, 2)
         self.assertIn("-i 127.0.0.1: not for me; put -- in front of the bridge", message)
@@ -76,25 +76,25 @@ class RosNodeCommand(Story):
         _, messages = node.communicate(timeout=BOUND)
         return node.returncode, messages
 
-    def test_engine_that_is_not_there(self):
+    def test_engine_that_is_not_there(self) -> None:
         status, messages = self.end_of_bridge("./nosuch")
         self.assertEqual(status, 1)
         self.assertIn("killed by SIGPIPE", messages)
         self.assertIn("the engine ./nosuch is not there (-b); see the table", messages)
 
-    def test_engine_that_is_not_executable(self):
+    def test_engine_that_is_not_executable(self) -> None:
         engine = self.folder / "engine"
         engine.write_bytes(b"")
         status, messages = self.end_of_bridge(str(engine))
         self.assertEqual(status, 1)
         self.assertIn(f"the engine {engine} is not executable (-b); see the table", messages)
 
-    def test_engine_that_ends(self):
+    def test_engine_that_ends(self) -> None:
         status, messages = self.end_of_bridge(str(SCRIPTED_ENGINE))
         self.assertEqual(status, 1)
         self.assertIn("usually an engine that ended, at once if its settings are wrong", messages)
 
-    def test_closed_terminal_leaves_no_bridge(self):
+    def test_closed_terminal_leaves_no_bridge(self) -> None:
         # It still waits for its peers, so it would not notice that its input has ended.
         command = self.by_hand(SCRIPTED_ENGINE, self.script("mmse"))
         source, sink = os.pipe()
@@ -107,7 +107,7 @@ class RosNodeCommand(Story):
         _, messages = node.communicate(timeout=BOUND)
         self.assertIn("bridge needed SIGINT, status 0", messages)
 
-    def test_voice_server_that_has_finished_is_named(self):
+    def test_voice_server_that_has_finished_is_named(self) -> None:
         self.assertIn(
             "a voice server that has finished",
             broken_pipe(["-b", str(SCRIPTED_ENGINE)], heard=True),
@@ -116,7 +116,7 @@ class RosNodeCommand(Story):
 
 
 class SoundClientCommands(Story):
-    def test_what_was_sent_is_told(self):
+    def test_what_was_sent_is_told(self) -> None:
         speech = self.folder / "speech.raw"
         speech.write_bytes(bytes(4000))
         port = self.client_port

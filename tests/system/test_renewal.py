@@ -30,7 +30,7 @@ class Renewal(Story):
         quiet = [number for _, number in self.heard()[:500]]
         return [sum(quiet[at + i] for at in range(460, 500, 10)) // 4 for i in range(10)]
 
-    def test_engines_are_restarted_once_and_given_the_twelve_frames(self):
+    def test_engines_are_restarted_once_and_given_the_twelve_frames(self) -> None:
         self.quiet_until_renewal()
         self.send_silence_until(lambda: len(self.second_run("vad")) > 12, "live audio")
         noise = self.average()
@@ -42,29 +42,29 @@ class Renewal(Story):
         self.assertEqual(self.second_run("vad")[:12], negated)
         self.assertEqual((self.runs("mmse"), self.runs("vad")), (2, 2))
 
-    def test_renewal_is_logged_with_the_frames_it_discards(self):
+    def test_renewal_is_logged_with_the_frames_it_discards(self) -> None:
         self.quiet_until_renewal()
         self.assertEqual(self.log().count("INFO: renew noize model.\n"), 1)
         self.assertIn("DEBUG: clear bufffer size:9\n", self.log())
 
-    def test_exactly_500_frames_were_heard_before_it(self):
+    def test_exactly_500_frames_were_heard_before_it(self) -> None:
         self.quiet_until_renewal()
         self.send_silence_until(lambda: (frames.EOF, 0) in self.heard(), "the priming frames")
         self.assertEqual(self.heard().index((frames.EOF, 0)), 500)
 
-    def test_frames_go_on_after_it(self):
+    def test_frames_go_on_after_it(self) -> None:
         self.quiet_until_renewal()
         self.send(1001, 1020)
         self.send_silence_until(lambda: (frames.DATA, -1020) in self.returned(), "frame 1020")
         back = [number for kind, number in self.returned() if -1020 <= number <= -1001]
         self.assertEqual(back, [-number for number in range(1001, 1021)])
 
-    def test_old_engines_are_gone(self):
+    def test_old_engines_are_gone(self) -> None:
         self.quiet_until_renewal()
         group = self.node.bridge.pid()
         self.assertEqual(len(members(group)), 3)
 
-    def test_utterance_holds_it_off(self):
+    def test_utterance_holds_it_off(self) -> None:
         self.start(vad=["start 480"])
         self.send(1, 505)
         self.send_silence_until(lambda: len(self.heard()) > 520, "520 frames at the ROS node")

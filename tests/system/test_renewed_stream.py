@@ -71,7 +71,7 @@ class RenewedStream(Story):
         self.assertEqual(numbers[0][0], 1)
         return [list(range(a[-1] + 1, b[0])) for a, b in zip(numbers, numbers[1:])]
 
-    def test_each_renewal_writes_twelve_frames_and_drops_those_under_way(self):
+    def test_each_renewal_writes_twelve_frames_and_drops_those_under_way(self) -> None:
         self.stream()
         node, voice = self.node_stream, self.voice_stream
         places = [at for at, (kind, _) in enumerate(node) if kind == frames.EOF]

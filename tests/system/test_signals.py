@@ -93,7 +93,7 @@ def add_stories() -> None:
             if (name, number) == ("reach_renewal", signal.SIGINT):
                 continue
 
-            def story(self, reach=name, number=number):
+            def story(self, reach=name, number=number) -> None:
                 getattr(self, reach)()
                 self.end_by(number)
 
@@ -135,20 +135,20 @@ class Special(State):
                 os.kill(pid, signal.SIGKILL)
         return not self.node.bridge.running()
 
-    def test_interrupt_amid_a_renewal_that_waits_for_the_mmse_engine(self):
+    def test_interrupt_amid_a_renewal_that_waits_for_the_mmse_engine(self) -> None:
         self.interrupt_renewal("mmse")
 
-    def test_interrupt_amid_a_renewal_that_waits_for_the_vad_engine(self):
+    def test_interrupt_amid_a_renewal_that_waits_for_the_vad_engine(self) -> None:
         self.interrupt_renewal("vad")
 
-    def test_interrupt_at_a_renewal(self):
+    def test_interrupt_at_a_renewal(self) -> None:
         # As soon as it is told; the engines may be old, new, or between the two.
         self.start(level="info")
         self.send_silence_until(lambda: "renew noize model." in self.log(), "a renewal")
         self.signal_bridge(signal.SIGINT)
         self.expect_end("status 0")
 
-    def test_interrupt_soon_after_the_start(self):
+    def test_interrupt_soon_after_the_start(self) -> None:
         # Until it has taken over the signal, that ends it by itself; no engine is there by then.
         for milliseconds in range(0, 20, 2):
             self.start_bridge()
@@ -158,14 +158,14 @@ class Special(State):
             self.expect_nothing_left()
             self.node.stop()
 
-    def test_second_interrupt_changes_nothing(self):
+    def test_second_interrupt_changes_nothing(self) -> None:
         self.reach_processing()
         self.signal_bridge(signal.SIGINT)
         self.signal_bridge(signal.SIGINT)
         self.expect_end("status 0")
 
     @unittest.skipUnless(REAL_ENGINE.exists(), "the default engine is not built")
-    def test_default_engines_end_with_a_killed_bridge(self):
+    def test_default_engines_end_with_a_killed_bridge(self) -> None:
         self.start_client()
         self.start_bridge(engine=REAL_ENGINE, settings=(BUILD / "mmse.ini", BUILD / "vad.ini"))
         self.connect_voice()

@@ -53,7 +53,7 @@ class SoundClientFaults(FaultStory):
         self.assertEqual(self.descriptors(), self.before)
         self.expect_running()
 
-    def test_commands_cut_at_every_byte(self):
+    def test_commands_cut_at_every_byte(self) -> None:
         # A keyword that is cut is put together; one whose end is cut off is obeyed at once.
         self.connect_both()
         cuts = {"begin": b"BEGIN", "end": b"END", "cancel": b"CANCEL", "epd_on": b"EPD_ON",
@@ -66,13 +66,13 @@ class SoundClientFaults(FaultStory):
         self.expect_unharmed()
         self.stop_by_input()
 
-    def test_command_that_comes_byte_by_byte(self):
+    def test_command_that_comes_byte_by_byte(self) -> None:
         self.connect_both()
         self.say(*[bytes([byte]) for byte in EPD_OFF])
         self.expect_count("epd_off", 1)
         self.expect_unharmed()
 
-    def test_half_a_command_then_silence(self):
+    def test_half_a_command_then_silence(self) -> None:
         self.connect_both()
         self.say(EPD_OFF[:5])
         self.expect_running()
@@ -81,7 +81,7 @@ class SoundClientFaults(FaultStory):
         self.expect_count("epd_off", 1)
         self.expect_unharmed()
 
-    def test_data_block_cut_at_every_byte(self):
+    def test_data_block_cut_at_every_byte(self) -> None:
         # The payload holds a command, which counts for nothing when the block is taken as one.
         self.connect_both()
         payload = EPD_OFF.ljust(640, b".")
@@ -94,13 +94,13 @@ class SoundClientFaults(FaultStory):
         self.assertEqual(self.count("epd_off"), 0)
         self.expect_unharmed()
 
-    def test_data_header_cut_inside_its_digits(self):
+    def test_data_header_cut_inside_its_digits(self) -> None:
         self.connect_both()
         self.sound.sendall(b"DATA 6")
         self.expect_end("status 0", LOST)
         self.assertNotIn(TERMINATE, self.log())
 
-    def test_half_a_data_block_then_silence(self):
+    def test_half_a_data_block_then_silence(self) -> None:
         self.connect_both()
         self.say(DATA + bytes(320))
         self.expect_running()
@@ -108,7 +108,7 @@ class SoundClientFaults(FaultStory):
         self.say(bytes(320) + b".")
         self.expect_unharmed()
 
-    def test_data_block_that_never_ends(self):
+    def test_data_block_that_never_ends(self) -> None:
         # It takes in everything, commands as well; frames move on.
         self.connect_both()
         self.say(b"DATA 4294967294\n\n", *[EPD_OFF * 50] * 20)
@@ -116,13 +116,13 @@ class SoundClientFaults(FaultStory):
         self.assertEqual(self.count("epd_off"), 0)
         self.stop_by_input()
 
-    def test_junk(self):
+    def test_junk(self) -> None:
         self.connect_both()
         junk = bytes(byte for byte in range(256) if byte not in b"BCDE") * 4
         self.say(*[junk] * 300)
         self.expect_unharmed()
 
-    def test_half_closed_connection_is_still_told(self):
+    def test_half_closed_connection_is_still_told(self) -> None:
         self.connect_both()
         self.sound.shutdown(socket.SHUT_WR)
         self.node.play_sound(True)
@@ -130,7 +130,7 @@ class SoundClientFaults(FaultStory):
         self.assertEqual(self.sound.recv(100), b"epdoff\n\n")
         self.expect_running()
 
-    def test_closed_while_a_voice_server_is_waited_for(self):
+    def test_closed_while_a_voice_server_is_waited_for(self) -> None:
         # Not noticed then, nor later.
         self.start_bridge()
         self.listener.accept()[0].close()
@@ -138,13 +138,13 @@ class SoundClientFaults(FaultStory):
         self.expect_running()
         self.stop_by_input()
 
-    def test_reset_while_a_voice_server_is_waited_for(self):
+    def test_reset_while_a_voice_server_is_waited_for(self) -> None:
         self.start_bridge()
         reset(self.listener.accept()[0])
         self.connect_voice()
         self.expect_end("status 0", CONNECTED, LOST)
 
-    def test_closed_connection_ends_the_bridge_at_the_second_change(self):
+    def test_closed_connection_ends_the_bridge_at_the_second_change(self) -> None:
         self.connect_both()
         self.sound.close()
         self.node.play_sound(True)
@@ -153,7 +153,7 @@ class SoundClientFaults(FaultStory):
         self.node.play_sound(False)
         self.expect_end("killed by SIGPIPE")
 
-    def test_interrupt_while_the_connection_is_being_made(self):
+    def test_interrupt_while_the_connection_is_being_made(self) -> None:
         # A listener whose queue is full leaves the bridge waiting for an answer.
         self.listener.close()
         with socket.socket() as listener, socket.socket() as one, socket.socket() as two:

@@ -33,7 +33,7 @@ class StandardInput(FaultStory):
         self.connect_plainly(vad=["start 1"], **arguments)
         self.spin()
 
-    def test_words_cut_at_every_byte_are_lost(self):
+    def test_words_cut_at_every_byte_are_lost(self) -> None:
         self.start_spinning()
         word = b"play_sound_on\n"
         for cut in range(1, len(word) - 1):
@@ -44,14 +44,14 @@ class StandardInput(FaultStory):
         self.assertEqual(self.log().count(PLAYS), 1)
         self.stop_by_input()
 
-    def test_word_without_its_line_feed_is_lost(self):
+    def test_word_without_its_line_feed_is_lost(self) -> None:
         self.start_spinning()
         self.write(b"play_sound_on", b"\n")
         self.write(b"play_sound_off\n")
         self.wait_for(lambda: "ros node is off." in self.log(), "a whole word")
         self.assertNotIn(PLAYS, self.log())
 
-    def test_flood_of_ten_megabytes(self):
+    def test_flood_of_ten_megabytes(self) -> None:
         self.start_spinning(level="info")
         descriptors, memory = self.descriptors(), self.resident()
         self.node.bridge.write(JUNK)
@@ -63,7 +63,7 @@ class StandardInput(FaultStory):
         self.assertLess(self.resident() - memory, 5 * MEBI if SANITIZED else GROWTH)
         self.stop_by_input()
 
-    def test_closed_before_the_peers_are_there(self):
+    def test_closed_before_the_peers_are_there(self) -> None:
         # Not noticed until frames move.
         self.start_bridge()
         self.wait_for(lambda: "Connection refused" in self.log(), "the first attempt to fail")
@@ -81,12 +81,12 @@ class OutputThatNobodyReads(FaultStory):
         self.feed_to_standstill()
         self.assertTrue(self.node.bridge.running())
 
-    def test_interrupt(self):
+    def test_interrupt(self) -> None:
         self.hold_up()
         self.signal_bridge(signal.SIGINT)
         self.expect_end("status 0")
 
-    def test_frames_go_on_without_a_loss_when_it_is_read_again(self):
+    def test_frames_go_on_without_a_loss_when_it_is_read_again(self) -> None:
         self.start_client()
         self.start_bridge(node_reads=False, vad=["start 1"])
         self.connect_voice()

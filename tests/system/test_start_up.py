@@ -44,14 +44,14 @@ class StartUp(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         return done.stdout
 
-    def test_help_is_complete(self):
+    def test_help_is_complete(self) -> None:
         self.assertEqual(self.run_bridge("-h"), HELP.format(BRIDGE))
         self.assertEqual(self.run_bridge("--help"), HELP.format(BRIDGE))
 
-    def test_help_wins_over_valid_options(self):
+    def test_help_wins_over_valid_options(self) -> None:
         self.assertEqual(self.run_bridge("-c", "1", "-h"), HELP.format(BRIDGE))
 
-    def test_errors_stand_before_the_help_text(self):
+    def test_errors_stand_before_the_help_text(self) -> None:
         said = self.run_bridge("--nope", "-x", "-c", "70000", "-b")
         errors = (
             "undefined option: --nope\n"
@@ -61,14 +61,14 @@ class StartUp(unittest.TestCase):
         )
         self.assertEqual(said, errors + HELP.format(BRIDGE))
 
-    def test_defaults_reach_the_application(self):
+    def test_defaults_reach_the_application(self) -> None:
         expected = (
             "engine ./Tolvanev, mmse ./Tolvanev.mmse.ini, vad ./Tolvanev.vad.ini, "
             "sound client 172.0.0.1:5002, voice server 16001, log INFO\n"
         )
         self.assertEqual(self.told(), expected)
 
-    def test_options_reach_the_application(self):
+    def test_options_reach_the_application(self) -> None:
         expected = "engine e, mmse m, vad v, sound client 10.0.0.1:1, voice server 2, log DEBUG\n"
         short = ["-b", "e", "-m", "m", "-v", "v", "-i", "10.0.0.1"]
         short += ["-c", "1", "-s", "2", "-l", "debug"]
@@ -77,18 +77,18 @@ class StartUp(unittest.TestCase):
         long += ["--client_port=1", "--server_port=2", "--log_level", "debug"]
         self.assertEqual(self.told(*long), expected)
 
-    def test_log_level_is_a_lower_case_word(self):
+    def test_log_level_is_a_lower_case_word(self) -> None:
         for word in ("DEBUG", "error", "", "info "):
             self.assertEqual(self.run_bridge("-l", word), "Invalid log level.\n")
 
-    def test_no_start_without_its_signal_handler(self):
+    def test_no_start_without_its_signal_handler(self) -> None:
         program = BUILD / "tests" / "program_without_signals"
         said = self.run_bridge(program=program)
         self.assertRegex(said, r"^- [\d:.]{12} ERROR: Signal handler register failed\.\n$")
         self.assertEqual(self.run_bridge("-l", "none", program=program), "Invalid log level.\n")
 
     @looks_at_itself
-    def test_bridge_refuses_to_be_its_own_engine(self):
+    def test_bridge_refuses_to_be_its_own_engine(self) -> None:
         with tempfile.TemporaryDirectory() as folder:
             said = self.run_bridge("-b", str(BRIDGE))
             self.assertIn("is this program itself", said)
@@ -98,7 +98,7 @@ class StartUp(unittest.TestCase):
             self.assertIn(link, self.run_bridge("-b", link))
 
     @looks_at_itself
-    def test_bridge_started_with_defaults_in_its_own_folder_refuses(self):
+    def test_bridge_started_with_defaults_in_its_own_folder_refuses(self) -> None:
         with tempfile.TemporaryDirectory() as folder:
             shutil.copy(BRIDGE, folder)
             done = subprocess.run(

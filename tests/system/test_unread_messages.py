@@ -48,11 +48,11 @@ class FullPipe(FaultStory):
         self.signal_bridge(signal.SIGINT)
         self.expect_end("status 0")
 
-    def test_before_connecting(self):
+    def test_before_connecting(self) -> None:
         self.start_unread()
         self.expect_interrupted()
 
-    def test_when_connected(self):
+    def test_when_connected(self) -> None:
         self.start_client()
         self.start_unread(CONNECTING)
         self.wait_for(lambda: self.try_voice(None), "the bridge to listen")
@@ -60,26 +60,26 @@ class FullPipe(FaultStory):
         self.expect_interrupted()
 
     @unittest.skipIf(SANITIZED, "a sanitizer cannot look at memory without a descriptor of its own")
-    def test_when_no_engine_can_be_started(self):
+    def test_when_no_engine_can_be_started(self) -> None:
         self.start_unread(through=("prlimit", "--nofile=4"))
         self.expect_interrupted()
 
-    def test_when_the_voice_server_is_lost(self):
+    def test_when_the_voice_server_is_lost(self) -> None:
         self.connect_unread()
         reset(self.plain)
         self.expect_interrupted()
 
-    def test_when_an_engine_talks_nonsense(self):
+    def test_when_an_engine_talks_nonsense(self) -> None:
         self.connect_unread(mmse=["emit 0", "silent"], vad=["emit 5", "silent"])
         self.plain.sendall(frames.make(frames.DATA) * 10)
         self.expect_interrupted()
 
-    def test_when_the_node_has_gone(self):
+    def test_when_the_node_has_gone(self) -> None:
         self.connect_unread()
         self.node.bridge.close_input()
         self.expect_interrupted()
 
-    def test_amid_a_line_of_the_log(self):
+    def test_amid_a_line_of_the_log(self) -> None:
         # Nobody listens where the sound client should be: the cause is a line of the log.
         self.start_unread(CONNECTING, level="warn")
         self.expect_interrupted()

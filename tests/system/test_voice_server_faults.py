@@ -36,7 +36,7 @@ class VoiceServerFaults(FaultStory):
         self.receive()
         return [frame.payload for frame in self.back if any(frame.payload)]
 
-    def test_half_a_frame_then_silence(self):
+    def test_half_a_frame_then_silence(self) -> None:
         voice = self.connect_plainly()
         before = self.descriptors()
         half = frames.make(frames.DATA, struct.pack("<160h", *range(1, 161)))[:162]
@@ -48,7 +48,7 @@ class VoiceServerFaults(FaultStory):
         self.assertEqual(self.descriptors(), before)
         self.stop_by_input()
 
-    def test_frames_cut_at_every_byte(self):
+    def test_frames_cut_at_every_byte(self) -> None:
         # Each part becomes a frame; the second one begins with what should have been payload. The
         # mark stays out of its first four bytes, which are taken for a type.
         voice = self.connect_plainly(level="info")
@@ -66,7 +66,7 @@ class VoiceServerFaults(FaultStory):
         self.assertEqual(self.descriptors(), before)
         self.expect_running()
 
-    def test_frame_cut_so_that_audio_is_taken_for_a_type(self):
+    def test_frame_cut_so_that_audio_is_taken_for_a_type(self) -> None:
         # The engines pass the type on, and the bridge does not know it.
         voice = self.connect_plainly()
         frame = frames.make(frames.DATA, b"\x55" * frames.PAYLOAD_SIZE)
@@ -74,7 +74,7 @@ class VoiceServerFaults(FaultStory):
         self.send_piece(voice, frame[100:])
         self.expect_end("status 0", "[AppcontrollerError] Unknown Exception.\n")
 
-    def test_frame_that_comes_byte_by_byte(self):
+    def test_frame_that_comes_byte_by_byte(self) -> None:
         # One frame for each byte: the first one, 9, makes a TOF, the zeros behind it silence.
         voice = self.connect_plainly()
         for byte in frames.make(frames.TOF)[:24]:
@@ -87,7 +87,7 @@ class VoiceServerFaults(FaultStory):
         self.assertGreaterEqual(whole - kinds.index(frames.TOF), 24)
         self.expect_running()
 
-    def test_connection_that_is_half_closed_is_a_stream_of_silence(self):
+    def test_connection_that_is_half_closed_is_a_stream_of_silence(self) -> None:
         # Kept: the end of its frames reads like silence. What was sent still comes back.
         voice = self.connect_plainly()
         before = self.descriptors()
@@ -99,11 +99,11 @@ class VoiceServerFaults(FaultStory):
         self.expect_running()
         self.stop_by_input()
 
-    def test_closed_before_it_sent_anything(self):
+    def test_closed_before_it_sent_anything(self) -> None:
         self.connect_plainly().close()
         self.expect_end("killed by SIGPIPE")
 
-    def test_reset_amid_a_flood(self):
+    def test_reset_amid_a_flood(self) -> None:
         # Whichever of the two the bridge is at when it comes.
         voice = self.connect_plainly()
         self.send_frames(1, 200)
@@ -119,7 +119,7 @@ class VoiceServerFaults(FaultStory):
         self.renewals_off()
         self.feed_to_standstill()
 
-    def test_answers_that_nobody_reads_hold_the_bridge_up(self):
+    def test_answers_that_nobody_reads_hold_the_bridge_up(self) -> None:
         self.stall()
         before = self.descriptors()
         moved = self.moved_since()
@@ -130,13 +130,13 @@ class VoiceServerFaults(FaultStory):
         self.wait_for(lambda: self.receive() or not self.node.bridge.running(), "the end")
         self.expect_end("status 0", "ROS connector read failed.\n")
 
-    def test_reset_while_the_bridge_is_held_up(self):
+    def test_reset_while_the_bridge_is_held_up(self) -> None:
         self.stall()
         reset(self.plain)
         self.expect_end("status 0", "WARNING: Socket write failed. error : ")
         self.assertRegex(self.log(), LOST)
 
-    def test_reset_of_a_half_closed_connection_while_the_bridge_is_held_up(self):
+    def test_reset_of_a_half_closed_connection_while_the_bridge_is_held_up(self) -> None:
         # The system tells this one by the signal.
         self.start_client()
         self.start_bridge(level="info")
@@ -147,7 +147,7 @@ class VoiceServerFaults(FaultStory):
         reset(self.plain)
         self.expect_end("killed by SIGPIPE")
 
-    def test_second_voice_server_is_never_served(self):
+    def test_second_voice_server_is_never_served(self) -> None:
         self.connect_plainly()
         with socket.create_connection(("127.0.0.1", self.server_port)) as second:
             second.sendall(frames.make(frames.DATA, struct.pack("<h", 99)))
