@@ -19,6 +19,7 @@ ENDINGS = {
     signal.SIGKILL: "killed by SIGKILL",
 }
 SMALL = 4096  # bytes of receive buffer
+IGNORING_CHILDREN = ("/usr/bin/env", "--ignore-signal=CHLD")
 REAL_ENGINE = BUILD / "tolvanev-engine"
 
 
@@ -163,6 +164,26 @@ class Special(State):
         self.signal_bridge(signal.SIGINT)
         self.signal_bridge(signal.SIGINT)
         self.expect_end("status 0")
+
+    # Started with SIGCHLD ignored, it cannot collect its engines: ending them fails, in the handler.
+
+    def test_failing_interrupt_while_peers_are_awaited_is_a_failed_attempt(self) -> None:
+        self.start_client()
+        self.start_bridge(through=IGNORING_CHILDREN)
+        self.wait_for(self.client.connected, "the sound client's connection")
+        self.signal_bridge(signal.SIGINT)
+        self.wait_for(lambda: self.log().count("Connecting") == 2, "the next attempt")
+        self.signal_bridge(signal.SIGINT)
+        self.wait_for(lambda: self.log().count("Connecting") == 3, "one more attempt")
+        self.signal_bridge(signal.SIGTERM)
+        self.expect_end("killed by SIGTERM")
+
+    def test_failing_interrupt_in_a_pass_ends_the_bridge(self) -> None:
+        self.start_client()
+        self.start_bridge(through=IGNORING_CHILDREN)
+        self.connect_voice()
+        self.signal_bridge(signal.SIGINT)
+        self.expect_end("killed by SIGABRT", "[FATAL] Unknown Exception")
 
     @unittest.skipUnless(REAL_ENGINE.exists(), "the default engine is not built")
     def test_default_engines_end_with_a_killed_bridge(self) -> None:
