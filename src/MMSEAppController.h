@@ -14,12 +14,8 @@
 // that go to the ROS node, and the noise model.
 //
 // The watch follows the utterance and gathers audio outside of it as background noise. At every
-// 500th watched frame, if the stream is quiet, both engines are restarted and primed:
-//
-//     call of addReceiveData     1 ... 9    10   11  ...  | renewal |  first   second ... tenth
-//     frame put in               1     9    10   11       |         |  n       n+1        n+9
-//     frame handed on            -     -    1    2        | 9 lost  |  EOF TOF   noise 3  n
-//                                                         |         |  noise 1, 2
+// 500th watched frame, if the stream is quiet, both engines are restarted and primed;
+// docs/architecture.md shows call by call what goes into the delay line and what comes out.
 //
 // Waits only where the engine controller does, and in a renewal for the old engines to end.
 // Failures are AppControllerError, those of the engine controller included. A connector's errors in
