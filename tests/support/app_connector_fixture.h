@@ -20,7 +20,7 @@ struct ReadResult {
 };
 
 // A connector and the scripted engine that it starts.
-class AppConnectorTest : public HermeticTest {
+class AppConnectorTest : public testing::Test {
   protected:
     static constexpr unsigned FRAME = 324;
 

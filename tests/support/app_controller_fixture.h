@@ -28,7 +28,7 @@ class OpenAppController : public AppController {
 
 // Streams are lists of frame types: "9 0 1". Frames that an engine emits are numbered from 1,
 // input frames from 101.
-class AppControllerTest : public HermeticTest {
+class AppControllerTest : public testing::Test {
   protected:
     AppControllerTest() {
         controller_.initialize(SCRIPTED_ENGINE, engines_.mmse.settings(), engines_.vad.settings());

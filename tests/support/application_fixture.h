@@ -42,7 +42,7 @@ inline const std::string CONNECTED = "Connecting to Server ... [Connected]\n";
 // The whole bridge in this process, between a voice server, a sound client, a ROS node and two
 // engines of the test. Everything that the peers do while run() runs is hung onto calls that it
 // makes: they connect when it listens, and act when it polls standard input, once in each pass.
-class ApplicationTest : public HermeticTest {
+class ApplicationTest : public testing::Test {
   protected:
     ApplicationTest() { forgetPlaySound(); }
     ~ApplicationTest() override { forgetPlaySound(); }

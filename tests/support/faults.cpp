@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "faults.h"
 
+#include <gtest/gtest.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -176,6 +177,19 @@ void clear() {
     state() = State();
 }
 
+namespace {
+
+// No fault outlives its test.
+class Forgetting : public testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo& /*test*/) override { clear(); }
+};
+
+[[maybe_unused]] const bool listening = [] {
+    testing::UnitTest::GetInstance()->listeners().Append(new Forgetting);
+    return true;
+}();
+
+}  // namespace
 }  // namespace faults
 
 using faults::ANY_FD;

@@ -2,8 +2,10 @@
 #ifndef TOLVANEV_TESTS_HERMETIC_TEST_H
 #define TOLVANEV_TESTS_HERMETIC_TEST_H
 
+// What a test may leave behind. hermetic_test.cpp looks after each one; these are for tests that
+// look closer.
+
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,8 +14,6 @@
 #include <filesystem>
 #include <set>
 #include <string>
-
-#include "faults.h"
 
 inline std::set<int> openDescriptors() {
     std::set<int> open;
@@ -49,20 +49,5 @@ inline siginfo_t endedChild() {
     waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT);
     return info;
 }
-
-// Base of the fixtures: no fault outlives its test, and no test leaves a descriptor or a child.
-// The check stands in the destructor, which runs after the members of the derived fixture are gone.
-class HermeticTest : public testing::Test {
-  protected:
-    HermeticTest() { faults::clear(); }
-    ~HermeticTest() override {
-        faults::clear();
-        EXPECT_EQ(openDescriptors(), before_) << "descriptors left open or closed";
-        EXPECT_FALSE(hasChildren()) << "a child process is left";
-    }
-
-  private:
-    std::set<int> before_ = openDescriptors();
-};
 
 #endif

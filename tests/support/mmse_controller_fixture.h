@@ -29,7 +29,7 @@ class OpenMMSEAppController : public MMSEAppController {
 };
 
 // A stream controller between scripted engines, of which it starts none by itself.
-class MMSEAppControllerTest : public HermeticTest {
+class MMSEAppControllerTest : public testing::Test {
   protected:
     MMSEAppControllerTest() { initialize(); }
 

@@ -25,7 +25,7 @@ class OpenROSConnector : public ROSConnector {
 };
 
 // A link, and the node at the other ends of its pipes.
-class ROSConnectorTest : public HermeticTest {
+class ROSConnectorTest : public testing::Test {
   protected:
     ROSConnectorTest() {
         connector_.initialize();

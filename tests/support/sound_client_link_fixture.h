@@ -16,7 +16,7 @@
 #include "wait_until.h"
 
 // A link and the sound client of the test that it connects to; no sound is playing at first.
-class SoundClientTest : public HermeticTest {
+class SoundClientTest : public testing::Test {
   protected:
     SoundClientTest() {
         forgetPlaySound();

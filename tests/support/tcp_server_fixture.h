@@ -16,7 +16,7 @@
 #include "loopback_peer.h"
 
 // A server, and the peer that dials it.
-class TCPServerTest : public HermeticTest {
+class TCPServerTest : public testing::Test {
   protected:
     TCPServerTest() { faults::clear(); }  // finding a port took some calls
 

@@ -25,6 +25,8 @@ using faults::Call;
 
 // finalize and destructor at every stage.
 
+static_assert(std::has_virtual_destructor_v<Application>);
+
 TEST_F(ApplicationTest, FinalizeBeforeInitializeReturnsTrue) {
     EXPECT_TRUE(app_->finalize());
     EXPECT_TRUE(app_->finalize());
@@ -32,7 +34,6 @@ TEST_F(ApplicationTest, FinalizeBeforeInitializeReturnsTrue) {
 
 TEST_F(ApplicationTest, AnUninitializedApplicationIsDestroyed) {
     app_.reset();
-    EXPECT_TRUE(std::has_virtual_destructor_v<Application>);
     EXPECT_EQ(errors_.text() + log_.text(), "");
 }
 

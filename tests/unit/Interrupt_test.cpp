@@ -74,7 +74,7 @@ TEST_F(InterruptTest, AWaitHandsOnResultAndErrorOfItsCall) {
 // Reads. A descriptor that select has called readable may be empty by the time it is read, if
 // another process shares it: the read then waits.
 
-class InterruptedRead : public HermeticTest {
+class InterruptedRead : public testing::Test {
   protected:
     // The next read finds nothing and waits; an interrupt comes meanwhile.
     static void interruptNextRead(int fd = faults::ANY_FD) {

@@ -19,9 +19,10 @@ namespace {
 
 using faults::Call;
 
+static_assert(std::has_virtual_destructor_v<SoundClient>);
+
 TEST_F(SoundClientTest, InitializeReturnsOne) {
     EXPECT_EQ(client_.initialize(), 1);
-    EXPECT_TRUE(std::has_virtual_destructor_v<SoundClient>);
 }
 
 TEST_F(SoundClientTest, ErrorTextCarriesTheTag) {

@@ -19,7 +19,7 @@ namespace {
 
 using faults::Call;
 
-class TCPClientTest : public HermeticTest {
+class TCPClientTest : public testing::Test {
   protected:
     TCPClientTest() { faults::clear(); }  // finding a port took some calls
 
@@ -58,9 +58,10 @@ class TCPClientTest : public HermeticTest {
     std::string received_;
 };
 
+static_assert(std::has_virtual_destructor_v<TCPClient>);
+
 TEST_F(TCPClientTest, InitializeReturnsOne) {
     EXPECT_EQ(client_.initialize(), 1);
-    EXPECT_TRUE(std::has_virtual_destructor_v<TCPClient>);
 }
 
 TEST_F(TCPClientTest, ANewClientIsNotConnected) {
