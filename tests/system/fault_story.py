@@ -28,6 +28,8 @@ from waiting import until
 PR_SET_CHILD_SUBREAPER = 36
 SIOCOUTQ = termios.TIOCOUTQ  # of a TCP socket: bytes sent and not yet received over there
 STANDSTILL = 1.5  # seconds without a frame for an engine; a bridge that waits moves ten a second
+# The system's numbers of the calls that hold a bridge up: write, and wait4 for an engine's end.
+WRITE, WAIT = {"x86_64": ("1", "61"), "aarch64": ("64", "260")}[os.uname().machine]
 FEED = 2000  # frames that are sent at most between two looks
 FEED_FRAMES = frames.make(frames.DATA) * 50
 TERMINATE = "ERROR: Terminate application.\n"
@@ -117,7 +119,7 @@ class FaultStory(Story):
         self.start_client()
         self.start_bridge(**arguments)
         self.connect_voice()
-        self.wait_for(self.client.connected, "the sound client's connection")
+        self.wait_for_client()
         return self.plain
 
     def send_piece(self, connection: socket.socket, piece: bytes) -> None:
@@ -174,6 +176,18 @@ class FaultStory(Story):
         numbers = [int.from_bytes(f.payload[:2], "little", signed=True) for f in self.back]
         return [number for number in numbers if number]
 
+    # Stopping it, as a busy machine might.
+
+    def pause_bridge(self) -> None:
+        self.signal_bridge(signal.SIGSTOP)
+        self.addCleanup(self.let_bridge_go)
+        stat = Path(f"/proc/{self.node.bridge.pid()}/stat")
+        self.wait_for(lambda: stat.read_text().rpartition(")")[2].split()[0] == "T", "the pause")
+
+    def let_bridge_go(self) -> None:
+        if self.node.bridge.running():
+            self.signal_bridge(signal.SIGCONT)
+
     # Looking at the bridge.
 
     def descriptors(self) -> int:
@@ -193,13 +207,21 @@ class FaultStory(Story):
         log = self.engine_log["mmse"]
         return log.stat().st_size if log.exists() else 0
 
+    def standing_in(self) -> list[str]:
+        """The system call that the bridge stands in: its number and its arguments."""
+        return Path(f"/proc/{self.node.bridge.pid()}/syscall").read_text().split()
+
+    def stands_still(self, moving) -> bool:
+        """Held up by somebody, and not by a machine that has no time for it."""
+        return not until(moving, STANDSTILL) and self.standing_in()[0] in (WRITE, WAIT)
+
     def wait_for_standstill(self) -> None:
         """Until the bridge is held up by somebody."""
-        self.wait_for(lambda: not until(self.moved_since(), STANDSTILL), "a standstill")
+        self.wait_for(lambda: self.stands_still(self.moved_since()), "a standstill")
 
     def feed_to_standstill(self) -> None:
         """Sends silence until the bridge is held up by somebody and takes no more."""
-        self.wait_for(lambda: not until(self.fed_or_moved(), STANDSTILL), "a standstill")
+        self.wait_for(lambda: self.stands_still(self.fed_or_moved()), "a standstill")
 
     def fed_or_moved(self) -> Callable[[], bool]:
         moved = self.moved_since()

@@ -62,7 +62,7 @@ class Story(unittest.TestCase):
         if self.node and self.node.bridge.pid():
             group = self.node.bridge.pid()
             self.node.stop()
-            self.assertEqual(members(group), [], "processes left behind")
+            self.assertTrue(until(lambda: not members(group), BOUND), "processes left behind")
 
     # Starting.
 
@@ -96,8 +96,12 @@ class Story(unittest.TestCase):
         self.start_bridge(**arguments)
         self.start_voice()
         self.wait_for(lambda: "[Connected]" in self.log(), "the bridge to be connected")
-        # A stand-in that is closed before it has accepted the connection would reset it.
-        self.wait_for(self.client.connected, "the sound client's connection")
+        self.wait_for_client()
+
+    def wait_for_client(self) -> None:
+        """A stand-in that is closed before it has accepted the connection would reset it. That it
+        has: by now the bridge may have ended again."""
+        self.wait_for(lambda: self.client.connections > 0, "the sound client's connection")
 
     # Looking and waiting.
 

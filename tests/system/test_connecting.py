@@ -1,9 +1,16 @@
 # SPDX-License-Identifier: MIT
 """The connection phase: the engines run already, and the bridge tries again, without limit, until
 both peers are there."""
+import re
+import socket
 import unittest
 
 from story import CONNECTING, Story
+
+
+def seconds(stamp: str) -> float:
+    hours, minutes, rest = stamp.split(":")
+    return (int(hours) * 60 + int(minutes)) * 60 + float(rest)
 
 
 class Connecting(Story):
@@ -15,9 +22,12 @@ class Connecting(Story):
         for role in ("vad", "mmse"):
             self.wait_for(lambda r=role: self.engine_events(r), f"the {role} engine")
         self.wait_for(lambda: self.attempts() >= 2, "a second attempt")
-        failure = "WARNING: Socket connect error. error : Connection refused\n"
-        self.assertIn(CONNECTING + "- ", self.log())
-        self.assertIn(failure, self.log())
+        failure = r"- ([\d:.]{12}) WARNING: Socket connect error. error : Connection refused\n"
+        self.assertRegex(self.log(), CONNECTING + failure)
+        self.wait_for(lambda: len(re.findall(failure, self.log())) >= 2, "it to fail as well")
+        first, second = map(seconds, re.findall(failure, self.log())[:2])
+        # Five; but a time stamp may be a second early.
+        self.assertGreater((second - first) % (24 * 3600), 3.9)
         self.start_client()
         self.start_voice()
         self.wait_for(lambda: "[Connected]\n" in self.log(), "the connection")
@@ -31,6 +41,19 @@ class Connecting(Story):
         self.wait_for(self.voice_comes, "the connection")
         # A failed attempt drops the sound client too; it is connected anew.
         self.wait_for(lambda: self.client.connections >= 2, "the sound client's connection")
+
+    def test_port_of_the_voice_server_is_taken(self) -> None:
+        self.start_client()
+        with socket.create_server(("127.0.0.1", self.server_port)):
+            self.start_bridge()
+            failure = "WARNING: Socket bind failed. error : Address already in use\n"
+            self.wait_for(lambda: failure in self.log(), "the first attempt to fail")
+        self.wait_for(self.voice_comes, "the connection")
+
+    def test_without_warnings_the_cause_is_not_told(self) -> None:
+        self.start_bridge(level="err")
+        self.wait_for(lambda: self.attempts() >= 2, "a second attempt")
+        self.assertEqual(self.log().replace(CONNECTING, ""), "")
 
     def voice_comes(self) -> bool:
         """The listener of a failed attempt stands until the next attempt is on its way. Who is

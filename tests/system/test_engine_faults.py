@@ -84,6 +84,22 @@ class EngineThatEnds(FaultStory):
 
 
 class EngineThatAnswersWrongly(FaultStory):
+    def expect_unknown_type(self) -> None:
+        self.expect_end("status 0", "[AppcontrollerError] Unknown Exception.\n")
+        self.assertTrue(self.log().endswith(TERMINATE))
+
+    def test_vad_engine_that_sends_a_frame_of_unknown_type(self) -> None:
+        self.start(vad=["emit 5"])
+        self.expect_unknown_type()
+
+    def test_settings_that_are_exchanged(self) -> None:
+        # What the bridge takes for frames of the VAD engine are pieces of 104 bytes of longer ones:
+        # every 26th of those puts what should be values where a type is looked for.
+        mmse, vad = self.script("mmse"), self.script("vad")
+        self.connect_plainly(settings=(vad, mmse))
+        self.plain.sendall(frames.make(frames.DATA, b"\x55" * frames.PAYLOAD_SIZE) * 60)
+        self.expect_unknown_type()
+
     def travel(self, **scripts) -> None:
         """Frames go all the way, whatever comes between them, and descriptors stay."""
         self.connect_plainly(**scripts)
@@ -133,13 +149,14 @@ class EngineThatAnswersWrongly(FaultStory):
         self.stop_by_input()
 
     def hold_up(self, **scripts) -> None:
-        """Feeds an engine that does not read until the bridge waits for it."""
+        """Feeds an engine that does not read until the bridge waits for it, and for nothing else:
+        its end is noticed at once."""
         self.connect_plainly(**scripts)
         self.feed_to_standstill()
         self.assertTrue(self.node.bridge.running())
-        self.signal_bridge(signal.SIGINT)
-        self.expect_end("status 0")
-        self.assertNotIn(TERMINATE, self.log())
+        (role,) = scripts
+        self.kill_engine(role)
+        self.expect_end("killed by SIGPIPE")
 
     def test_mmse_engine_that_floods_and_does_not_read(self) -> None:
         self.hold_up(mmse=["flood"])

@@ -36,7 +36,7 @@ class FrameRoad(Story):
         expected = [(frames.DATA, -number) for number in range(1, LAST + 1)]
         self.assertEqual(speech(self.engine_frames("vad"))[:LAST], expected)
 
-    def test_markers_stand_ahead_of_the_frames_they_were_found_with(self):
+    def test_markers_stand_ahead_of_the_frames_they_were_found_with(self) -> None:
         self.travel(vad=["start 11", "end 31"])
         for stream, sign in ((self.returned(), -1), (self.heard(), 1)):
             kinds = [kind for kind, _ in stream]
@@ -76,7 +76,7 @@ class FrameRoad(Story):
         self.wait_for(lambda: self.engine_frames("mmse"), "a frame at the MMSE engine")
         self.assertEqual(set(self.engine_frames("mmse")), {(frames.DATA, 0)})
 
-    def test_pass_without_data_waits_a_tenth_of_a_second(self):
+    def test_pass_without_data_waits_a_tenth_of_a_second(self) -> None:
         self.start()
         self.wait_for(lambda: self.engine_frames("mmse"), "a frame at the MMSE engine")
         seen, begun = len(self.engine_frames("mmse")), time.monotonic()
@@ -105,7 +105,7 @@ class DelayLine(FaultStory):
         followed = [n for n in range(first, last) if place[n + 1] == place[n] + 1]
         return min((place[n] - given[n] for n in followed if given[n]), default=LAST)
 
-    def test_frame_leaves_it_at_the_tenth_pass(self):
+    def test_frame_leaves_it_at_the_tenth_pass(self) -> None:
         self.connect_plainly(vad=["start 1"])  # an utterance: no renewal
         deadline, first = time.monotonic() + BOUND, 1
         # A machine that is too busy lets the engine be late, never early.

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """At the 500th quiet frame both engines are restarted, and the new ones are given EOF, TOF and ten
 frames of averaged noise before live audio."""
+import os
 import unittest
 
 import frames
@@ -33,6 +34,7 @@ class Renewal(Story):
     def test_engines_are_restarted_once_and_given_the_twelve_frames(self) -> None:
         self.quiet_until_renewal()
         self.send_silence_until(lambda: len(self.second_run("vad")) > 12, "live audio")
+        self.wait_for(lambda: len(self.heard()) >= 500, "what the noise was taken from")
         noise = self.average()
         self.assertGreater(min(noise), 0)
         head = [(frames.EOF, 0), (frames.TOF, 0)]
@@ -63,6 +65,18 @@ class Renewal(Story):
         self.quiet_until_renewal()
         group = self.node.bridge.pid()
         self.assertEqual(len(members(group)), 3)
+
+    def test_descriptors_do_not_grow(self) -> None:
+        self.start()
+        self.send(1, 20)
+        self.send_silence_until(lambda: (frames.DATA, -20) in self.returned(), "frame 20")
+        folder = f"/proc/{self.node.bridge.pid()}/fd"
+        before = len(os.listdir(folder))
+        self.send(21, 600)
+        self.send_silence_until(lambda: self.runs("mmse") == 2, "the restarted engines")
+        self.send(601, 630)
+        self.send_silence_until(lambda: (frames.DATA, -630) in self.returned(), "frame 630")
+        self.assertEqual(len(os.listdir(folder)), before)
 
     def test_utterance_holds_it_off(self) -> None:
         self.start(vad=["start 480"])

@@ -6,11 +6,13 @@ import contextlib
 import os
 import signal
 import socket
+import threading
 import unittest
 
 from fault_story import TERMINATE, FaultStory
 from processes import members
-from story import BUILD
+from story import BOUND, BUILD, CONNECTING
+from voice_link import LinkError
 from waiting import until
 
 ENDINGS = {
@@ -44,19 +46,24 @@ class State(FaultStory):
             self.addCleanup(each.close)
         self.start_bridge()
         self.wait_for(lambda: "Connecting" in self.log(), "the first attempt")
+        self.assertEqual(self.log(), CONNECTING)
 
     def reach_accepting(self) -> None:
         self.start_client()
         self.start_bridge()
-        self.wait_for(self.client.connected, "the sound client's connection")
+        self.wait_for_client()
 
     def reach_processing(self) -> None:
         self.connect_plainly()
         self.send_frames(1, 20)
         self.wait_for(lambda: -10 in self.receive(), "frame 10")
 
-    def reach_write_to_engine(self) -> None:
+    def reach_write_to_mmse_engine(self) -> None:
         self.connect_plainly(mmse=["flood"])
+        self.feed_to_standstill()
+
+    def reach_write_to_vad_engine(self) -> None:
+        self.connect_plainly(vad=["flood"])
         self.feed_to_standstill()
 
     def reach_write_to_voice_server(self) -> None:
@@ -82,6 +89,7 @@ class EachState(State):
     """A signal ends it from there, whatever it waits for."""
 
     def end_by(self, number: signal.Signals) -> None:
+        self.assertTrue(self.node.bridge.running())
         self.signal_bridge(number)
         self.expect_end(ENDINGS[number])
         self.assertNotIn(TERMINATE, self.log())
@@ -159,13 +167,32 @@ class Special(State):
             self.expect_nothing_left()
             self.node.stop()
 
+    def test_interrupt_at_any_moment(self) -> None:
+        # A flood keeps the bridge out of its waits most of the time.
+        self.start()
+        self.addCleanup(self.stop_flood)
+        self.flood = threading.Thread(target=self.send_for_ever, daemon=True)
+        self.flood.start()
+        self.wait_for(lambda: len(self.returned()) > 100, "the flood")
+        self.signal_bridge(signal.SIGINT)
+        self.expect_end("status 0")
+
+    def send_for_ever(self) -> None:
+        with contextlib.suppress(LinkError):  # the bridge has ended
+            while True:
+                self.send(1, 100)
+
+    def stop_flood(self) -> None:
+        self.flood.join(BOUND)
+        self.assertFalse(self.flood.is_alive())
+
     def test_second_interrupt_changes_nothing(self) -> None:
         self.reach_processing()
         self.signal_bridge(signal.SIGINT)
         self.signal_bridge(signal.SIGINT)
         self.expect_end("status 0")
 
-    # Started with SIGCHLD ignored, it cannot collect its engines: ending them fails, in the handler.
+    # Started with SIGCHLD ignored it cannot collect its engines: ending them fails, in the handler.
 
     def test_failing_interrupt_while_peers_are_awaited_is_a_failed_attempt(self) -> None:
         self.start_client()

@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: MIT
 """A sound client that misbehaves: blocks cut at every byte, byte by byte, half a block then
 silence, junk, a connection that is closed or reset at inconvenient times."""
-import signal
 import socket
 import unittest
 
@@ -94,18 +93,21 @@ class SoundClientFaults(FaultStory):
         self.assertEqual(self.count("epd_off"), 0)
         self.expect_unharmed()
 
-    def test_data_header_cut_inside_its_digits(self) -> None:
+    def test_sound_client_cut_a_data_header_inside_its_digits(self) -> None:
         self.connect_both()
         self.sound.sendall(b"DATA 6")
         self.expect_end("status 0", LOST)
         self.assertNotIn(TERMINATE, self.log())
 
     def test_half_a_data_block_then_silence(self) -> None:
+        # It waits for the rest, however long: both halves hold a command, and neither is obeyed.
         self.connect_both()
-        self.say(DATA + bytes(320))
+        half = EPD_OFF.ljust(320, b".")
+        self.say(DATA + half)
         self.expect_running()
+        self.say(half + b".", EPD_ON)
+        self.expect_count("epd_on", 1)
         self.assertEqual(self.count("epd_off"), 0)
-        self.say(bytes(320) + b".")
         self.expect_unharmed()
 
     def test_data_block_that_never_ends(self) -> None:
@@ -143,31 +145,6 @@ class SoundClientFaults(FaultStory):
         reset(self.listener.accept()[0])
         self.connect_voice()
         self.expect_end("status 0", CONNECTED, LOST)
-
-    def test_closed_connection_ends_the_bridge_at_the_second_change(self) -> None:
-        self.connect_both()
-        self.sound.close()
-        self.node.play_sound(True)
-        self.wait_for(lambda: "send epd state to sound client. :epdoff" in self.log(), "epdoff")
-        self.expect_running()
-        self.node.play_sound(False)
-        self.expect_end("killed by SIGPIPE")
-
-    def test_interrupt_while_the_connection_is_being_made(self) -> None:
-        # A listener whose queue is full leaves the bridge waiting for an answer.
-        self.listener.close()
-        with socket.socket() as listener, socket.socket() as one, socket.socket() as two:
-            listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-            listener.bind(("127.0.0.1", self.client_port))
-            listener.listen(0)
-            for filler in (one, two):
-                filler.setblocking(False)
-                filler.connect_ex(listener.getsockname())
-            self.start_bridge()
-            self.wait_for(lambda: "Connecting" in self.log(), "the first attempt")
-            self.assertEqual(self.log(), "Connecting to Server ... ")
-            self.signal_bridge(signal.SIGINT)
-            self.expect_end("status 0")
 
 
 if __name__ == "__main__":

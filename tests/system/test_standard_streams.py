@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: MIT
 """The ROS node's two pipes: words cut by a read, 10 MB of junk, an input that ends before the peers
 are there, and an output that nobody reads."""
-import signal
 import struct
 import termios
 import unittest
@@ -74,18 +73,6 @@ class StandardInput(FaultStory):
 
 
 class OutputThatNobodyReads(FaultStory):
-    def hold_up(self) -> None:
-        self.start_client()
-        self.start_bridge(node_reads=False)
-        self.connect_voice()
-        self.feed_to_standstill()
-        self.assertTrue(self.node.bridge.running())
-
-    def test_interrupt(self) -> None:
-        self.hold_up()
-        self.signal_bridge(signal.SIGINT)
-        self.expect_end("status 0")
-
     def test_frames_go_on_without_a_loss_when_it_is_read_again(self) -> None:
         self.start_client()
         self.start_bridge(node_reads=False, vad=["start 1"])

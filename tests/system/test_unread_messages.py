@@ -5,15 +5,12 @@ import fcntl
 import os
 import signal
 import unittest
-from pathlib import Path
 
 import frames
-from fault_story import SANITIZED, FaultStory, reset
+from fault_story import CONNECTED, SANITIZED, WRITE, FaultStory, reset
 from story import CONNECTING
 
-WRITE = {"x86_64": "1", "aarch64": "64"}[os.uname().machine]  # the system's number of this call
 PIPE = 4096  # bytes: the smallest pipe there is
-CONNECTED = "[Connected]\n"
 
 
 class FullPipe(FaultStory):
@@ -33,15 +30,14 @@ class FullPipe(FaultStory):
         self.start_unread(CONNECTING + CONNECTED, **arguments)
         self.wait_for(lambda: self.try_voice(None), "the bridge to listen")
         self.addCleanup(self.plain.close)
-        self.wait_for(self.client.connected, "the sound client's connection")
+        self.wait_for_client()
 
     def log(self) -> str:
         return "nothing that anybody has read"
 
     def is_held_up(self) -> bool:
         """It stands in a write to standard error."""
-        call = Path(f"/proc/{self.node.bridge.pid()}/syscall").read_text().split()
-        return call[:2] == [WRITE, "0x2"]
+        return self.standing_in()[:2] == [WRITE, "0x2"]
 
     def expect_interrupted(self) -> None:
         self.wait_for(self.is_held_up, "the bridge to wait with its message")

@@ -21,7 +21,7 @@ MMSE = os.path.join(BUILD, "mmse.ini")
 VAD = os.path.join(BUILD, "vad.ini")
 
 VAD_SIZE = 104  # bytes of an answer about voice activity
-TIMEOUT_S = 20  # generous: the machine may be busy
+TIMEOUT_S = 60  # generous: the machine may be busy
 
 Answer = tuple[int, bytes]  # type and the rest of the frame
 
