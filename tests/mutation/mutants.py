@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Small, sensible faults in the bridge: (file in src/, text that stands there once, its mutation)."""
+"""Small, sensible faults in the bridge: (file in src/, text that stands there once, its mutation).
+The unit tests have to notice them; those that name files of tests/system/, the stories in these."""
 
 MUTANTS = [
     # Encoding.
@@ -111,4 +112,19 @@ MUTANTS = [
     ("TCPClient.cpp", "interruptible([&] { return read(socket_fd_, data, size); })", "read(socket_fd_, data, size)"),
     ("TCPServer.cpp", "interruptible([&] { return read(socket_fd_, data, size); })", "read(socket_fd_, data, size)"),
     ("ROSConnector.cpp", "interruptible([&] { return ::read(fileno(stdin), buf, size); })", "::read(fileno(stdin), buf, size)"),
+    # For stories: counts, orders across processes, delays.
+    ("MMSEAppController.cpp", "send_que_.size() >= NOISE_FRAME_SIZE)", "send_que_.size() >= NOISE_FRAME_SIZE - 1)", "test_frame_road"),
+    ("MMSEAppController.cpp", "send_que_.size() >= NOISE_FRAME_SIZE)", "send_que_.size() > NOISE_FRAME_SIZE)", "test_frame_road"),
+    ("Application.cpp", "READ_TIMEOUT_MS = 100;", "READ_TIMEOUT_MS = 10;", "test_frame_road"),
+    ("AppController.cpp", "                addMarker(vad_result_que_.front());\n", "                addMarker(vad_result_que_.front());\n                passOn(server_result_que_, server_process_que_);\n", "test_frame_road"),
+    ("MMSEAppController.cpp", "frame_count_ % NOISE_MODEL_RENEW_FREQ == 0", "frame_count_ % NOISE_MODEL_RENEW_FREQ == 1", "test_renewal"),
+    ("MMSEAppController.cpp", "noise_que_.size() >= NOISE_QUE_SIZE", "noise_que_.size() > NOISE_QUE_SIZE", "test_renewal"),
+    ("MMSEAppController.cpp", "    send_que_.push_back(createNullFrame(FRAME_EOF));\n    send_que_.push_back(createNullFrame(FRAME_TOF));\n", "    send_que_.push_back(createNullFrame(FRAME_TOF));\n    send_que_.push_back(createNullFrame(FRAME_EOF));\n", "test_renewal"),
+    ("MMSEAppController.cpp", "    send_que_.clear();\n    send_que_.push_back", "    send_que_.push_back", "test_renewed_stream"),
+    ("MMSEAppController.cpp", "    app_->finalize();\n    app_->clearData();\n    app_->launch();", "    app_->clearData();\n    app_->launch();", "test_signals"),
+    ("AppController.cpp", "    launchEngine(vad_connector_, \"VAD\", vad_setting_);\n    launchEngine(mmse_connector_, \"MMSE\", mmse_setting_);\n", "    launchEngine(mmse_connector_, \"MMSE\", mmse_setting_);\n    launchEngine(vad_connector_, \"VAD\", vad_setting_);\n", "test_engine_faults"),
+    ("Application.cpp", "            sound_client_->connect(server_ip_, recv_port_);\n            voice_server_->connect(send_port_);\n", "            voice_server_->connect(send_port_);\n            sound_client_->connect(server_ip_, recv_port_);\n", "test_connecting"),
+    ("Application.cpp", "RECONNECT_PAUSE_S = 5", "RECONNECT_PAUSE_S = 2", "test_connecting"),
+    ("Application.cpp", "            returnCleanedFrames();\n            forwardResults();\n", "            forwardResults();\n            returnCleanedFrames();\n", "test_gating"),
+    ("SoundClient.cpp", "    if (state == prev_state)\n        return;\n", "", "test_gating"),
 ]  # fmt: skip
