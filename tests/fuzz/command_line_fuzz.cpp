@@ -14,6 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (std::string line; std::getline(lines, line);)
         words.push_back(line);
     std::vector<const char*> argv;
+    argv.reserve(words.size());
     for (const std::string& word : words)
         argv.push_back(word.c_str());
 

@@ -54,7 +54,7 @@ class ApplicationTest : public testing::Test {
     }
 
     // The peers connect; then they do this, before the first pass.
-    void whenConnected(std::function<void()> step, int attempt = 0) {
+    void whenConnected(const std::function<void()>& step, int attempt = 0) {
         faults::afterNext(faults::Call::LISTEN,
                           [this, step] {
                               voice_ = LoopbackPeer::dial(port_);
@@ -64,7 +64,7 @@ class ApplicationTest : public testing::Test {
                           {.skip = attempt});
     }
 
-    void inEachPass(std::function<void()> step) {
+    void inEachPass(const std::function<void()>& step) {
         faults::afterNext(faults::Call::SELECT,
                           [this, step] {
                               inEachPass(step);

@@ -29,7 +29,7 @@ inline std::set<int> openDescriptors() {
 inline size_t closeOpenedSince(const std::set<int>& before) {
     size_t count = 0;
     for (const int fd : openDescriptors()) {
-        if (!before.count(fd)) {
+        if (!before.contains(fd)) {
             close(fd);
             ++count;
         }

@@ -73,7 +73,7 @@ class MMSEAppControllerTest : public testing::Test {
         return uniformSample(controller_.createAverageNoise());
     }
 
-    static int uniformSample(ReceiveQueue frames) {
+    static int uniformSample(const ReceiveQueue& frames) {
         std::set<int> found;
         for (const ReceiveData& frame : frames) {
             EXPECT_EQ(frame.size(), 324u);

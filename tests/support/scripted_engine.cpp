@@ -167,9 +167,9 @@ class Engine {
             return;
         if (script_.vad) {
             data_frames_ += type == 0;
-            if (type == 0 && script_.starts.count(data_frames_))
+            if (type == 0 && script_.starts.contains(data_frames_))
                 send(1, samples[0]);
-            if (type == 0 && script_.ends.count(data_frames_))
+            if (type == 0 && script_.ends.contains(data_frames_))
                 send(2, samples[0]);
             send(type, samples[0]);
         } else {

@@ -35,7 +35,7 @@ class ScriptedEngine {
         for (const std::string& event : events()) {
             std::istringstream words(event);
             if (std::string kind, type, first; words >> kind >> type >> first && kind == "frame")
-                result += (result.empty() ? "" : " ") + type + ":" + first;
+                result.append(result.empty() ? "" : " ").append(type).append(":").append(first);
         }
         return result;
     }

@@ -26,7 +26,7 @@ namespace {
 
 using faults::Call;
 
-class InterruptTest : public HermeticTest {
+class InterruptTest : public testing::Test {
   protected:
     InterruptWatch watch_;
 };

@@ -46,8 +46,8 @@ TEST_F(MMSEAppControllerTest, ErrorsOfTheEngineControllerPassThrough) {
 // A clean-up that fails in a destructor is logged.
 TEST_F(MMSEAppControllerTest, TheDestructorEndsNothingAndDoesNotFailWithoutInitialize) {
     { const MMSEAppController never_initialized; }
-    EXPECT_EQ(faults::callsOf(Call::Kill), 0);
-    EXPECT_EQ(faults::callsOf(Call::Waitpid), 0);
+    EXPECT_EQ(faults::callsOf(Call::KILL), 0);
+    EXPECT_EQ(faults::callsOf(Call::WAITPID), 0);
     EXPECT_EQ(log_.text(), "");
 }
 
