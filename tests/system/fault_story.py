@@ -211,7 +211,7 @@ class FaultStory(Story):
         """The system call that the bridge stands in: its number and its arguments."""
         return Path(f"/proc/{self.node.bridge.pid()}/syscall").read_text().split()
 
-    def stands_still(self, moving) -> bool:
+    def stands_still(self, moving: Callable[[], bool]) -> bool:
         """Held up by somebody, and not by a machine that has no time for it."""
         return not until(moving, STANDSTILL) and self.standing_in()[0] in (WRITE, WAIT)
 

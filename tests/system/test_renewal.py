@@ -1,11 +1,10 @@
 # SPDX-License-Identifier: MIT
 """At the 500th quiet frame both engines are restarted, and the new ones are given EOF, TOF and ten
 frames of averaged noise before live audio."""
-import os
 import unittest
 
 import frames
-from processes import members
+from processes import descriptors, members
 from story import Story
 
 
@@ -70,13 +69,12 @@ class Renewal(Story):
         self.start()
         self.send(1, 20)
         self.send_silence_until(lambda: (frames.DATA, -20) in self.returned(), "frame 20")
-        folder = f"/proc/{self.node.bridge.pid()}/fd"
-        before = len(os.listdir(folder))
+        before = len(descriptors(self.node.bridge.pid()))
         self.send(21, 600)
         self.send_silence_until(lambda: self.runs("mmse") == 2, "the restarted engines")
         self.send(601, 630)
         self.send_silence_until(lambda: (frames.DATA, -630) in self.returned(), "frame 630")
-        self.assertEqual(len(os.listdir(folder)), before)
+        self.assertEqual(len(descriptors(self.node.bridge.pid())), before)
 
     def test_utterance_holds_it_off(self) -> None:
         self.start(vad=["start 480"])
