@@ -6,6 +6,7 @@ loopback ports and a fresh folder, waits for conditions with a generous bound, a
 that neither the bridge nor an engine is left.
 """
 import os
+import signal
 import tempfile
 import time
 import unittest
@@ -27,6 +28,9 @@ EMULATED = BRIDGE.read_bytes().startswith(b"#!")
 BOUND = 60.0  # seconds for things that take well under one on a quiet machine
 
 CONNECTING = "Connecting to Server ... "
+
+# A shell has what runs in its background ignore interrupts, and the bridge would begin so.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 def numbered(number: int) -> bytes:
