@@ -117,7 +117,7 @@ class Special(State):
         """It waits for the engines that it has told to end, and then ends itself; no other engine
         is started."""
         self.reach_renewal(role)
-        started = self.started()
+        self.assertEqual(self.started(), [1, 1], "new engines before the old ones have ended")
         self.signal_bridge(signal.SIGINT)
         self.signal_bridge(signal.SIGINT)
         self.wait_for_standstill()
@@ -125,7 +125,7 @@ class Special(State):
         self.wait_for(self.ended_without_engines, "the bridge to end")
         self.expect_end("status 0")
         self.assertNotIn(TERMINATE, self.log())
-        self.assertEqual(self.started(), started)
+        self.assertEqual(self.started(), [1, 1])
 
     def started(self) -> list[int]:
         """How many engines have been started in each role."""
