@@ -2,14 +2,13 @@
 #ifndef TOLVANEV_BENCH_BENCHFRAME_H
 #define TOLVANEV_BENCH_BENCHFRAME_H
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
 
 #include "common.h"
 
-// The driver's audio: the first two samples of a data frame hold its number, from 1 on, the others
+// The flood's audio: the first two samples of a data frame hold its number, from 1 on, the others
 // follow from it, so that every returned frame tells where it belongs and whether it is whole.
 constexpr size_t SAMPLES = framesync::MMSE_DATA_SIZE / sizeof(int16_t);
 
@@ -34,11 +33,6 @@ inline uint32_t numberOf(const BenchFrame& frame) {
     uint32_t number;
     std::memcpy(&number, frame.samples.data(), sizeof(number));
     return number;
-}
-
-inline bool silent(const BenchFrame& frame) {
-    return std::all_of(frame.samples.begin(), frame.samples.end(),
-                       [](int16_t sample) { return sample == 0; });
 }
 
 // From most significant byte first to the host's order.

@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "StreamCheck.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr size_t BLOCKS = app_controller::NOISE_QUE_SIZE - 1;  // that an average uses
+constexpr int64_t NOISE_SEEN = -100;
+
+bool silent(const BenchFrame& frame) {
+    return frame.samples == BenchFrame{}.samples;
+}
 
 }  // namespace
 
@@ -17,14 +24,14 @@ bool RenewalModel::watch(const BenchFrame& frame) {
         plain_ = 0;
         state_ = frame.type;
     }
-    if (block_size_ == FRAMES) {
+    if (block_size_ == block_.size()) {
         blocks_.push_back(block_);
         block_size_ = 0;
         if (blocks_.size() > BLOCKS)
             blocks_.pop_front();
     }
     const bool due = watched_ % app_controller::NOISE_MODEL_RENEW_FREQ == 0 &&
-                     state_ != FRAME_START && plain_ >= FRAMES;
+                     state_ != FRAME_START && plain_ >= block_.size();
     if (due)
         renewals_.push_back(average());
     return due;
@@ -34,11 +41,10 @@ const RenewalModel::Noise* RenewalModel::noise(size_t renewal) const {
     return renewal < renewals_.size() ? &renewals_[renewal] : nullptr;
 }
 
-// Division rounds down, as the bridge's does over one, two or four blocks; and before the first
-// renewal there have been at least four.
+// Rounded down. Before the first renewal there have been more than four blocks.
 RenewalModel::Noise RenewalModel::average() const {
     Noise noise;
-    for (size_t i = 0; i < FRAMES; ++i) {
+    for (size_t i = 0; i < noise.size(); ++i) {
         for (size_t k = 0; k < SAMPLES; ++k) {
             int sum = 0;
             for (const Noise& block : blocks_)
@@ -53,15 +59,38 @@ void StreamCheck::take(const BenchFrame& frame) {
     const bool due = renewal_due_;
     renewal_due_ = watching_ && model_.watch(frame);
     const bool renewal = frame.type == FRAME_EOF;
+    if (expected_ == NOISE)
+        seen_.push_back(NOISE_SEEN);
+    else
+        seen_.push_back(frame.type == FRAME_DATA ? int64_t{numberOf(frame)} : -frame.type);
     if (!accept(frame) || (watching_ && due != renewal))
-        ++wrong_;
+        ++counts_.wrong;
+}
+
+void StreamCheck::finish(uint32_t sent) {
+    if (last_ < sent && may_have_lost_)
+        lose(sent - last_);
+    else
+        counts_.wrong += sent - last_;
+}
+
+void StreamCheck::compare(StreamCheck& results, StreamCheck& returned) {
+    while (!results.seen_.empty() && !returned.seen_.empty()) {
+        const bool same = results.seen_.front() == returned.seen_.front();
+        const bool renewal = results.seen_.front() == -FRAME_EOF;
+        if (!same && !renewal)
+            ++returned.counts_.wrong;
+        if (same || !renewal)
+            results.seen_.pop_front();
+        returned.seen_.pop_front();
+    }
 }
 
 bool StreamCheck::accept(const BenchFrame& frame) {
     if (expected_ == NOISE)
         return acceptNoise(frame);
     if (expected_ == TOF) {
-        ++noise_;
+        ++counts_.noise;
         expected_ = NOISE;
         noise_seen_ = 0;
         return frame.type == FRAME_TOF && silent(frame);
@@ -71,11 +100,11 @@ bool StreamCheck::accept(const BenchFrame& frame) {
             return acceptLive(frame);
         case FRAME_START:
         case FRAME_END:
-            ++markers_;
+            ++counts_.markers;
             return silent(frame);
         case FRAME_EOF:
-            ++noise_;
-            ++renewals_;
+            ++counts_.noise;
+            ++counts_.renewals;
             expected_ = TOF;
             return silent(frame);
         default:
@@ -86,26 +115,32 @@ bool StreamCheck::accept(const BenchFrame& frame) {
 bool StreamCheck::acceptLive(const BenchFrame& frame) {
     const uint32_t number = numberOf(frame);
     if (number == 0) {
-        ++silent_;
+        ++counts_.silent;
         return silent(frame);
     }
     const uint32_t missing = number - last_ - 1;
-    ++live_;
-    if (may_have_lost_)
-        lost_ += missing;
     const bool in_order = number > last_ && (missing == 0 || may_have_lost_);
-    may_have_lost_ = false;
+    ++counts_.live;
+    if (may_have_lost_)
+        lose(missing);
     last_ = number;
     return in_order && frame == numbered(number);
 }
 
 bool StreamCheck::acceptNoise(const BenchFrame& frame) {
-    const RenewalModel::Noise* const noise = model_.noise(renewals_ - 1);
+    const RenewalModel::Noise* const noise = model_.noise(counts_.renewals - 1);
     const bool same = noise && frame == (*noise)[noise_seen_];
-    ++noise_;
-    if (++noise_seen_ == RenewalModel::FRAMES) {
+    ++counts_.noise;
+    if (++noise_seen_ == app_controller::NOISE_FRAME_SIZE) {
         expected_ = ANY;
         may_have_lost_ = true;
     }
     return same;
+}
+
+void StreamCheck::lose(uint32_t frames) {
+    may_have_lost_ = false;
+    counts_.lost += frames;
+    counts_.least_lost = std::min<uint64_t>(counts_.least_lost, frames);
+    counts_.most_lost = std::max<uint64_t>(counts_.most_lost, frames);
 }

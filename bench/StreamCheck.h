@@ -10,11 +10,11 @@
 #include "BenchFrame.h"
 
 // What the bridge must do next with its noise model, told from the result frames alone: they are
-// the very frames that it watches. Fed by the check of the result stream, asked by both.
+// the very frames that it watches. Owned by Flood; fed by the check of the result stream, asked by
+// both. Waits for nothing, never throws.
 class RenewalModel {
   public:
-    static constexpr size_t FRAMES = app_controller::NOISE_FRAME_SIZE;
-    using Noise = std::array<BenchFrame, FRAMES>;
+    using Noise = std::array<BenchFrame, app_controller::NOISE_FRAME_SIZE>;
 
     // One result frame; true when a renewal follows it at once.
     bool watch(const BenchFrame& frame);
@@ -37,22 +37,34 @@ class RenewalModel {
 
 // Checks one stream of whole frames for content and order. A frame that is not the expected one
 // counts as wrong. Frames may be missing only behind a renewal, and are counted as lost there.
+// Owned by Flood, two of them on one model. Waits for nothing, never throws.
 class StreamCheck {
   public:
+    struct Counts {
+        uint64_t live = 0;
+        uint64_t silent = 0;   // frames of passes without data
+        uint64_t markers = 0;  // START, END
+        uint64_t noise = 0;    // EOF, TOF and noise of renewals
+        uint64_t renewals = 0;
+        uint64_t lost = 0;
+        uint64_t least_lost = UINT64_MAX;  // behind one renewal
+        uint64_t most_lost = 0;
+        uint64_t wrong = 0;
+
+        uint64_t frames() const { return live + silent + markers + noise; }
+    };
+
     // watching: this is the result stream, which drives the model.
     StreamCheck(RenewalModel& model, bool watching) : model_(model), watching_(watching) {}
     void take(const BenchFrame& frame);
+    // No more come of those up to this number: they are lost if a renewal was the last thing seen.
+    void finish(uint32_t sent);
+    // Takes what both have seen off their books, in order, and counts what differs as wrong. In
+    // the very pass of a renewal frames come back whose other half it drops.
+    static void compare(StreamCheck& results, StreamCheck& returned);
 
-    uint64_t frames() const { return live_ + silent_ + markers_ + noise_; }
+    const Counts& counts() const { return counts_; }
     uint32_t last() const { return last_; }  // number of the newest live frame
-
-    uint64_t live_ = 0;
-    uint64_t silent_ = 0;   // frames of passes without data
-    uint64_t markers_ = 0;  // START, END
-    uint64_t noise_ = 0;    // EOF, TOF and noise of renewals
-    uint64_t lost_ = 0;
-    uint64_t wrong_ = 0;
-    uint64_t renewals_ = 0;
 
   private:
     enum Expected { ANY, TOF, NOISE };
@@ -60,9 +72,12 @@ class StreamCheck {
     bool accept(const BenchFrame& frame);
     bool acceptLive(const BenchFrame& frame);
     bool acceptNoise(const BenchFrame& frame);
+    void lose(uint32_t frames);
 
     RenewalModel& model_;
     bool watching_;
+    Counts counts_;
+    std::deque<int64_t> seen_;  // not compared yet: numbers, 0 for silence, -type for the others
     Expected expected_ = ANY;
     size_t noise_seen_ = 0;       // noise frames since the last TOF
     bool renewal_due_ = false;    // result stream: the next frame has to be an EOF

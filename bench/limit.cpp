@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The physical limit of the bridge: the thirteen system calls of its pass and nothing else. Bytes
-// are read where they are written from: no parsing, no byte swap, no delay line, no gate, no
-// renewal. It takes the bridge's options -i -c -s -b -m -v and serves the same peers.
+// The limit that the bridge is measured by: the thirteen system calls of its pass and nothing else.
+// Bytes are read where they are written from: no parsing, no byte swap, no delay line, no gate, no
+// renewal. It takes the bridge's short options and serves the same peers.
 //
 // A pass: select and read (voice server), write, select, read (MMSE engine), write, select, read,
 // select (VAD engine), select (sound client), write (voice server), write (standard output),
@@ -16,12 +16,14 @@
 #include <cstdlib>
 #include <initializer_list>
 
+#include "common.h"
+
 namespace {
 
-constexpr size_t FRAME = 324;
-constexpr size_t VAD_FRAME = 104;
+constexpr size_t FRAME = framesync::MMSE_FRAME_SIZE;
+constexpr size_t VAD_FRAME = framesync::VAD_FRAME_SIZE;
 constexpr suseconds_t VOICE_WAIT_US = 100000;  // as the bridge
-constexpr size_t RING = 1024;                  // frames; more than the driver's largest window
+constexpr size_t RING = 1024;                  // frames; more than the flood's largest window
 
 struct Engine {
     int input = -1;
@@ -117,7 +119,7 @@ void writeAll(int fd, const char* bytes, size_t size) {
         for (; readable(vad.output, 0); ++finished)
             readAll(vad.output, vad_frame, VAD_FRAME);
         if (readable(sound, 0))
-            end();  // the driver has nothing to say here
+            end();  // the sound client never says anything
         for (size_t i = before; i < finished; ++i)
             writeAll(voice, cleaned[i % RING], FRAME);
         for (size_t i = before; i < finished; ++i)
@@ -130,33 +132,15 @@ void writeAll(int fd, const char* bytes, size_t size) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const char *ip = "", *sound_port = "", *voice_port = "", *engine = "", *mmse = "", *vad = "";
-    for (int option; (option = getopt(argc, argv, "i:c:s:b:m:v:")) != -1;) {
-        switch (option) {
-            case 'i':
-                ip = optarg;
-                break;
-            case 'c':
-                sound_port = optarg;
-                break;
-            case 's':
-                voice_port = optarg;
-                break;
-            case 'b':
-                engine = optarg;
-                break;
-            case 'm':
-                mmse = optarg;
-                break;
-            case 'v':
-                vad = optarg;
-                break;
-            default:
-                return 1;
+    const auto value = [&](char option) {
+        for (int i = 1; i + 1 < argc; i += 2) {
+            if (argv[i][0] == '-' && argv[i][1] == option)
+                return argv[i + 1];
         }
-    }
-    const Engine vad_engine = launch(engine, vad);
-    const Engine mmse_engine = launch(engine, mmse);
-    const int sound = connectSoundClient(ip, sound_port);
-    run(acceptVoiceServer(voice_port), sound, mmse_engine, vad_engine);
+        end();
+    };
+    const Engine vad = launch(value('b'), value('v'));
+    const Engine mmse = launch(value('b'), value('m'));
+    const int sound = connectSoundClient(value('i'), value('c'));
+    run(acceptVoiceServer(value('s')), sound, mmse, vad);
 }

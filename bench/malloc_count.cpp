@@ -2,16 +2,17 @@
 // Counts the heap allocations of one process: preload it, and name the report in the environment
 // variable MALLOC_COUNT_REPORT. When the process exits, the report holds two numbers: allocations,
 // and the largest number of bytes alive at once. Processes that it starts are not counted.
-#include <fcntl.h>
 #include <malloc.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 
-// glibc's own names of what is counted here.
+// Names of glibc, whose headers' parameters have none.
+// NOLINTBEGIN(bugprone-reserved-identifier, readability-inconsistent-declaration-parameter-name)
+
+// The allocator behind what is counted here.
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
@@ -24,8 +25,6 @@ namespace {
 std::atomic<unsigned long> allocations{0};
 std::atomic<unsigned long> alive{0};  // bytes
 std::atomic<unsigned long> peak{0};   // bytes
-
-char report[4096];
 
 void* counted(void* block) {
     if (block) {
@@ -43,17 +42,14 @@ void gone(void* block) {
 }
 
 __attribute__((constructor)) void begin() {
-    if (const char* const path = getenv("MALLOC_COUNT_REPORT"))
-        snprintf(report, sizeof(report), "%s", path);
     unsetenv("LD_PRELOAD");
 }
 
 __attribute__((destructor)) void finish() {
-    char text[64];
-    const int size = snprintf(text, sizeof(text), "%lu %lu\n", allocations.load(), peak.load());
-    const int fd = open(report, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd == -1 || write(fd, text, static_cast<size_t>(size)) != size)
-        perror(report);
+    const unsigned long count = allocations;
+    FILE* const report = fopen(getenv("MALLOC_COUNT_REPORT"), "w");
+    if (!report || fprintf(report, "%lu %lu\n", count, peak.load()) < 0 || fclose(report) != 0)
+        perror("MALLOC_COUNT_REPORT");
 }
 
 }  // namespace
@@ -78,3 +74,5 @@ void free(void* block) noexcept {
     __libc_free(block);
 }
 }
+
+// NOLINTEND(bugprone-reserved-identifier, readability-inconsistent-declaration-parameter-name)

@@ -8,10 +8,12 @@
 #include <cstddef>
 #include <cstring>
 
+#include "common.h"
+
 namespace {
 
-constexpr size_t FRAME = 324;
-constexpr size_t VAD_FRAME = 104;
+constexpr size_t FRAME = framesync::MMSE_FRAME_SIZE;
+constexpr size_t VAD_FRAME = framesync::VAD_FRAME_SIZE;
 constexpr size_t BATCH = 12;  // frames a read: 3,888 bytes, which a pipe still moves in one piece
 
 char input[BATCH * FRAME];
@@ -37,11 +39,11 @@ int main(int argc, char** argv) {
         }
         char* out = output;
         if (say_start) {
-            *out = 1;  // START; the rest of the output is zero for good
+            *out = FRAME_START;  // the rest of the output is zero for good
             out += VAD_FRAME;
         }
         for (size_t at = 0; at + FRAME <= size; at += FRAME, out += VAD_FRAME)
-            std::memcpy(out, input + at, 4);
+            std::memcpy(out, input + at, framesync::HEADER_SIZE);
         if (!send(output, static_cast<size_t>(out - output)))
             return 1;
         say_start = false;

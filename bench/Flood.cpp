@@ -1,0 +1,252 @@
+// SPDX-License-Identifier: MIT
+#include "Flood.h"
+
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr uint32_t SEND_AT_ONCE = 32;     // frames: 10 KB, which loopback moves in one segment
+constexpr uint32_t RENEWAL_SUPPLY = 128;  // frames: passes of some milliseconds
+constexpr auto SILENCE = 20s;             // of a program that is given up; valgrind is slow
+constexpr int SILENCE_MS = 20000;
+constexpr auto QUIET = 80ms;       // a pass without input waits 100 ms for one
+constexpr uint64_t LAST_OUT = 64;  // frames of silence that move the last ones out, and more
+
+// True while some of what was sent does not fit into the peer's window.
+bool heldBack(int socket) {
+    int bytes = 0;
+    return ioctl(socket, SIOCOUTQNSD, &bytes) == 0 && bytes > 0;
+}
+
+// True while the peer of this IPv4 connection, on the same machine, has not read all that came.
+bool unreadByPeer(int socket) {
+    sockaddr_in peer{};
+    socklen_t size = sizeof(peer);
+    if (getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &size) != 0)
+        throw std::runtime_error("the program has left");
+    std::ifstream table("/proc/net/tcp");
+    for (std::string line; std::getline(table, line);) {
+        constexpr unsigned ESTABLISHED = 1;
+        unsigned port = 0;
+        unsigned state = 0;
+        unsigned unread = 0;
+        // number: local address:port remote address:port state sending:unread
+        if (std::sscanf(line.c_str(), " %*d: %*x:%x %*x:%*x %x %*x:%x", &port, &state, &unread) ==
+                3 &&
+            port == ntohs(peer.sin_port) && state == ESTABLISHED)
+            return unread > 0;
+    }
+    return false;
+}
+
+void describe(std::ostream& text, const char* name, const StreamCheck::Counts& counts) {
+    text << ", \"" << name << "\": {\"live\": " << counts.live << ", \"silent\": " << counts.silent
+         << ", \"markers\": " << counts.markers << ", \"noise\": " << counts.noise
+         << ", \"renewals\": " << counts.renewals << ", \"lost\": " << counts.lost
+         << ", \"least_lost\": " << counts.least_lost << ", \"most_lost\": " << counts.most_lost
+         << ", \"wrong\": " << counts.wrong << "}";
+}
+
+template <typename Number>
+void list(std::ostream& text, const char* name, const std::vector<Number>& numbers) {
+    text << ", \"" << name << "\": [";
+    for (size_t i = 0; i < numbers.size(); ++i)
+        text << (i == 0 ? "" : ", ") << numbers[i];
+    text << "]";
+}
+
+}  // namespace
+
+// Reads what there is; false: nothing.
+bool Flood::Arrivals::fill(int fd) {
+    const ssize_t count = read(fd, bytes.data() + used, bytes.size() - used);
+    const int error = errno;
+    if (count == 0)
+        throw std::runtime_error("the program has closed a stream");
+    if (count < 0 && error != EAGAIN)
+        throw std::runtime_error("a stream cannot be read: " + systemErrorText(error));
+    used += static_cast<size_t>(std::max<ssize_t>(count, 0));
+    return count > 0;
+}
+
+template <typename Take>
+void Flood::Arrivals::takeFrames(Take take) {
+    size_t at = 0;
+    for (; at + sizeof(BenchFrame) <= used; at += sizeof(BenchFrame)) {
+        BenchFrame frame;
+        std::memcpy(&frame, bytes.data() + at, sizeof(frame));
+        take(frame);
+    }
+    std::memmove(bytes.data(), bytes.data() + at, used - at);
+    used -= at;
+}
+
+Flood::Flood(const Plan& plan)
+    : plan_(plan), results_(model_, !plan.plain), returned_(model_, false) {}
+
+void Flood::run(const std::function<void()>& on_warm) {
+    transmit(plan_.warmup);
+    if (!plan_.pace_hz)
+        settle();  // what is sent from now on is what is done from now on
+    on_warm();
+    begin_ = Clock::now();
+    frames_before_ = results_.counts().frames();
+    transmit(plan_.frames);
+    end_ = settle();
+    if (plan_.drain)
+        drain();
+}
+
+void Flood::transmit(uint32_t last) {
+    if (plan_.pace_hz)
+        pace(last);
+    else
+        flood(last);
+}
+
+void Flood::flood(uint32_t last) {
+    while (sent_ < last) {
+        // What is held back is sent later in other pieces, and a piece that ends amid a frame would
+        // be taken for a whole one; so nothing is added to it.
+        const bool held_back = heldBack(plan_.voice);
+        if (const uint32_t room = roomInWindow(); room > 0 && !held_back)
+            send(std::min({room, last - sent_, SEND_AT_ONCE}));
+        exchange(roomInWindow() == 0 ? SILENCE_MS : held_back ? 1 : 0);
+    }
+}
+
+void Flood::pace(uint32_t last) {
+    const auto period = std::chrono::nanoseconds(1s) / plan_.pace_hz;
+    for (auto due = Clock::now(); sent_ < last;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now());
+        if (left.count() > 0) {
+            exchange(static_cast<int>(left.count()));
+            continue;
+        }
+        send(1);
+        sent_at_ = Clock::now();
+        due += period;
+    }
+}
+
+// A frame of silence says that the program waited for a frame: the window was too small.
+uint32_t Flood::roomInWindow() const {
+    const auto window =
+        static_cast<uint32_t>(plan_.window + returned_.counts().silent - silent_before_);
+    const uint32_t in_flight = sent_ - std::max(returned_.last(), written_off_);
+    return in_flight < window ? window - in_flight : 0;
+}
+
+// A renewal loses most of what is in flight, and nothing comes back while the engines start: some
+// frames more are needed then, though not as many as have been lost.
+void Flood::noteRenewals() {
+    if (model_.renewals() == renewals_)
+        return;
+    renewals_ = model_.renewals();
+    silent_before_ = returned_.counts().silent;
+    const uint32_t kept = plan_.window - std::min(plan_.window, RENEWAL_SUPPLY);
+    written_off_ = std::max(written_off_, sent_ - std::min(sent_, kept));
+}
+
+void Flood::send(uint32_t count) {
+    BenchFrame frames[SEND_AT_ONCE];
+    for (uint32_t i = 0; i < count; ++i)
+        frames[i] = numbered(++sent_);
+    const size_t size = count * sizeof(BenchFrame);
+    if (::send(plan_.voice, frames, size, MSG_NOSIGNAL) != static_cast<ssize_t>(size))
+        throw std::runtime_error("frames cannot be sent");
+}
+
+// Waits for frames and takes them. Results are read behind the returned frames and looked at
+// ahead of them: those with which a renewal was earned were written earlier than its noise.
+bool Flood::exchange(int timeout_ms) {
+    pollfd ready[2] = {{plan_.voice, POLLIN, 0}, {plan_.results, POLLIN, 0}};
+    const int count = poll(ready, 2, timeout_ms);
+    if (count == 0 && timeout_ms == SILENCE_MS)
+        throw std::runtime_error("the program is silent");
+    if (count <= 0)
+        return false;
+    if (ready[0].revents)
+        returned_bytes_.fill(plan_.voice);
+    if (plan_.quick_ack && ready[0].revents) {
+        const int on = 1;  // lasts for one acknowledgement or so
+        setsockopt(plan_.voice, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
+    }
+    while (result_bytes_.fill(plan_.results))
+        result_bytes_.takeFrames([this](const BenchFrame& frame) { results_.take(frame); });
+    noteRenewals();
+    returned_bytes_.takeFrames([this](BenchFrame& frame) { takeReturned(frame); });
+    StreamCheck::compare(results_, returned_);
+    return true;
+}
+
+// The newest frame sent is the one whose pass has brought this frame back.
+void Flood::takeReturned(BenchFrame& frame) {
+    if (!plan_.plain)
+        swapBytes(frame);
+    if (plan_.negated) {
+        for (int16_t& sample : frame.samples)
+            sample = static_cast<int16_t>(-sample);
+    }
+    const uint64_t live = returned_.counts().live;
+    returned_.take(frame);
+    if (plan_.pace_hz && returned_.counts().live > live) {
+        response_us_.push_back(
+            std::chrono::duration<double, std::micro>(Clock::now() - sent_at_).count());
+        lag_.push_back(sent_ - returned_.last());
+    }
+}
+
+// Waits until the program has read all frames and returned those that it returns without further
+// input: what a delay line holds, and what an engine has answered too late, stays inside.
+Flood::Clock::time_point Flood::settle() {
+    const auto begun = Clock::now();
+    auto moved = begun;
+    while ((returned_.last() < sent_ && Clock::now() - moved < QUIET) ||
+           unreadByPeer(plan_.voice)) {
+        if (exchange(1))
+            moved = Clock::now();
+        if (Clock::now() - begun > SILENCE)
+            throw std::runtime_error("the program does not read");
+    }
+    return moved;
+}
+
+// Without input the bridge adds a frame of silence each 100 ms.
+void Flood::drain() {
+    const uint64_t enough = results_.counts().silent + LAST_OUT;
+    while (std::min(results_.last(), returned_.last()) < sent_ &&
+           results_.counts().silent < enough) {
+        exchange(SILENCE_MS);
+    }
+    results_.finish(sent_);
+    returned_.finish(sent_);
+}
+
+std::string Flood::report() const {
+    std::ostringstream text;
+    text << "{\"sent\": " << sent_
+         << ", \"measured\": " << results_.counts().frames() - frames_before_
+         << ", \"seconds\": " << std::chrono::duration<double>(end_ - begin_).count();
+    describe(text, "results", results_.counts());
+    describe(text, "returned", returned_.counts());
+    list(text, "response_us", response_us_);
+    list(text, "lag", lag_);
+    text << "}";
+    return text.str();
+}
