@@ -22,10 +22,12 @@ using namespace std::chrono_literals;
 
 constexpr uint32_t SEND_AT_ONCE = 32;     // frames: 10 KB, which loopback moves in one segment
 constexpr uint32_t RENEWAL_SUPPLY = 128;  // frames: passes of some milliseconds
+constexpr uint32_t WIDER = 4;             // frames more in flight after a standstill
+constexpr uint32_t WINDOW_MOST = 1000;    // frames: fewer than the limit's rings hold
+constexpr int STANDSTILL_MS = 5;          // a bridge moves only when it gets a frame
+constexpr auto QUIET = 80ms;              // a pass without input waits 100 ms for one
 constexpr auto SILENCE = 20s;             // of a program that is given up; valgrind is slow
-constexpr int SILENCE_MS = 20000;
-constexpr auto QUIET = 80ms;       // a pass without input waits 100 ms for one
-constexpr uint64_t LAST_OUT = 64;  // frames of silence that move the last ones out, and more
+constexpr uint64_t LAST_OUT = 64;         // frames of silence that move the last ones out, and more
 
 // True while some of what was sent does not fit into the peer's window.
 bool heldBack(int socket) {
@@ -59,7 +61,7 @@ void describe(std::ostream& text, const char* name, const StreamCheck::Counts& c
          << ", \"markers\": " << counts.markers << ", \"noise\": " << counts.noise
          << ", \"renewals\": " << counts.renewals << ", \"lost\": " << counts.lost
          << ", \"least_lost\": " << counts.least_lost << ", \"most_lost\": " << counts.most_lost
-         << ", \"wrong\": " << counts.wrong << "}";
+         << "}";
 }
 
 template <typename Number>
@@ -97,17 +99,22 @@ void Flood::Arrivals::takeFrames(Take take) {
 }
 
 Flood::Flood(const Plan& plan)
-    : plan_(plan), results_(model_, !plan.plain), returned_(model_, false) {}
+    : plan_(plan),
+      results_("results", model_, !plan.plain),
+      returned_("returned frames", model_, false),
+      window_(plan.window),
+      moved_(Clock::now()) {}
 
 void Flood::run(const std::function<void()>& on_warm) {
     transmit(plan_.warmup);
     if (!plan_.pace_hz)
         settle();  // what is sent from now on is what is done from now on
     on_warm();
-    begin_ = Clock::now();
+    begin_ = moved_ = Clock::now();
     frames_before_ = results_.counts().frames();
     transmit(plan_.frames);
-    end_ = settle();
+    settle();
+    end_ = moved_;
     if (plan_.drain)
         drain();
 }
@@ -126,7 +133,9 @@ void Flood::flood(uint32_t last) {
         const bool held_back = heldBack(plan_.voice);
         if (const uint32_t room = roomInWindow(); room > 0 && !held_back)
             send(std::min({room, last - sent_, SEND_AT_ONCE}));
-        exchange(roomInWindow() == 0 ? SILENCE_MS : held_back ? 1 : 0);
+        const bool full = roomInWindow() == 0;
+        if (!exchange(full ? STANDSTILL_MS : held_back ? 1 : 0) && full)
+            window_ = std::min(window_ + WIDER, WINDOW_MOST);
     }
 }
 
@@ -144,12 +153,9 @@ void Flood::pace(uint32_t last) {
     }
 }
 
-// A frame of silence says that the program waited for a frame: the window was too small.
 uint32_t Flood::roomInWindow() const {
-    const auto window =
-        static_cast<uint32_t>(plan_.window + returned_.counts().silent - silent_before_);
     const uint32_t in_flight = sent_ - std::max(returned_.last(), written_off_);
-    return in_flight < window ? window - in_flight : 0;
+    return in_flight < window_ ? window_ - in_flight : 0;
 }
 
 // A renewal loses most of what is in flight, and nothing comes back while the engines start: some
@@ -158,7 +164,7 @@ void Flood::noteRenewals() {
     if (model_.renewals() == renewals_)
         return;
     renewals_ = model_.renewals();
-    silent_before_ = returned_.counts().silent;
+    window_ = plan_.window;
     const uint32_t kept = plan_.window - std::min(plan_.window, RENEWAL_SUPPLY);
     written_off_ = std::max(written_off_, sent_ - std::min(sent_, kept));
 }
@@ -176,11 +182,11 @@ void Flood::send(uint32_t count) {
 // ahead of them: those with which a renewal was earned were written earlier than its noise.
 bool Flood::exchange(int timeout_ms) {
     pollfd ready[2] = {{plan_.voice, POLLIN, 0}, {plan_.results, POLLIN, 0}};
-    const int count = poll(ready, 2, timeout_ms);
-    if (count == 0 && timeout_ms == SILENCE_MS)
-        throw std::runtime_error("the program is silent");
-    if (count <= 0)
-        return false;
+    const auto moved = [this] {
+        return results_.counts().frames() - results_.counts().silent + returned_.last();
+    };
+    const uint64_t before = moved();
+    poll(ready, 2, timeout_ms);
     if (ready[0].revents)
         returned_bytes_.fill(plan_.voice);
     if (plan_.quick_ack && ready[0].revents) {
@@ -192,6 +198,12 @@ bool Flood::exchange(int timeout_ms) {
     noteRenewals();
     returned_bytes_.takeFrames([this](BenchFrame& frame) { takeReturned(frame); });
     StreamCheck::compare(results_, returned_);
+    const auto now = Clock::now();
+    if (now - moved_ > SILENCE)
+        throw std::runtime_error("the program is silent");
+    if (moved() == before)
+        return false;
+    moved_ = now;
     return true;
 }
 
@@ -214,17 +226,9 @@ void Flood::takeReturned(BenchFrame& frame) {
 
 // Waits until the program has read all frames and returned those that it returns without further
 // input: what a delay line holds, and what an engine has answered too late, stays inside.
-Flood::Clock::time_point Flood::settle() {
-    const auto begun = Clock::now();
-    auto moved = begun;
-    while ((returned_.last() < sent_ && Clock::now() - moved < QUIET) ||
-           unreadByPeer(plan_.voice)) {
-        if (exchange(1))
-            moved = Clock::now();
-        if (Clock::now() - begun > SILENCE)
-            throw std::runtime_error("the program does not read");
-    }
-    return moved;
+void Flood::settle() {
+    while ((returned_.last() < sent_ && Clock::now() - moved_ < QUIET) || unreadByPeer(plan_.voice))
+        exchange(1);
 }
 
 // Without input the bridge adds a frame of silence each 100 ms.
@@ -232,7 +236,7 @@ void Flood::drain() {
     const uint64_t enough = results_.counts().silent + LAST_OUT;
     while (std::min(results_.last(), returned_.last()) < sent_ &&
            results_.counts().silent < enough) {
-        exchange(SILENCE_MS);
+        exchange(STANDSTILL_MS);
     }
     results_.finish(sent_);
     returned_.finish(sent_);

@@ -2,6 +2,7 @@
 #include "StreamCheck.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace {
 
@@ -10,6 +11,11 @@ constexpr int64_t NOISE_SEEN = -100;
 
 bool silent(const BenchFrame& frame) {
     return frame.samples == BenchFrame{}.samples;
+}
+
+// A number, 0 for silence, or minus the type.
+int64_t nameOf(const BenchFrame& frame) {
+    return frame.type == FRAME_DATA ? int64_t{numberOf(frame)} : -frame.type;
 }
 
 }  // namespace
@@ -58,20 +64,17 @@ RenewalModel::Noise RenewalModel::average() const {
 void StreamCheck::take(const BenchFrame& frame) {
     const bool due = renewal_due_;
     renewal_due_ = watching_ && model_.watch(frame);
-    const bool renewal = frame.type == FRAME_EOF;
-    if (expected_ == NOISE)
-        seen_.push_back(NOISE_SEEN);
-    else
-        seen_.push_back(frame.type == FRAME_DATA ? int64_t{numberOf(frame)} : -frame.type);
-    if (!accept(frame) || (watching_ && due != renewal))
-        ++counts_.wrong;
+    seen_.push_back(expected_ == NOISE ? NOISE_SEEN : nameOf(frame));
+    if (watching_ && due != (frame.type == FRAME_EOF))
+        refuse(due ? "a renewal" : "no renewal", nameOf(frame));
+    if (!accept(frame))
+        refuse("another frame behind " + std::to_string(last_), nameOf(frame));
 }
 
 void StreamCheck::finish(uint32_t sent) {
-    if (last_ < sent && may_have_lost_)
-        lose(sent - last_);
-    else
-        counts_.wrong += sent - last_;
+    if (last_ < sent && !may_have_lost_)
+        refuse("more behind " + std::to_string(last_), 0);
+    lose(sent - last_);
 }
 
 void StreamCheck::compare(StreamCheck& results, StreamCheck& returned) {
@@ -79,8 +82,9 @@ void StreamCheck::compare(StreamCheck& results, StreamCheck& returned) {
         const bool same = results.seen_.front() == returned.seen_.front();
         const bool renewal = results.seen_.front() == -FRAME_EOF;
         if (!same && !renewal)
-            ++returned.counts_.wrong;
-        if (same || !renewal)
+            returned.refuse("as in the other stream " + std::to_string(results.seen_.front()),
+                            returned.seen_.front());
+        if (same)
             results.seen_.pop_front();
         returned.seen_.pop_front();
     }
@@ -119,12 +123,12 @@ bool StreamCheck::acceptLive(const BenchFrame& frame) {
         return silent(frame);
     }
     const uint32_t missing = number - last_ - 1;
-    const bool in_order = number > last_ && (missing == 0 || may_have_lost_);
+    if (number <= last_ || (missing > 0 && !may_have_lost_) || frame != numbered(number))
+        return false;
     ++counts_.live;
-    if (may_have_lost_)
-        lose(missing);
+    lose(missing);
     last_ = number;
-    return in_order && frame == numbered(number);
+    return true;
 }
 
 bool StreamCheck::acceptNoise(const BenchFrame& frame) {
@@ -139,8 +143,15 @@ bool StreamCheck::acceptNoise(const BenchFrame& frame) {
 }
 
 void StreamCheck::lose(uint32_t frames) {
+    if (!may_have_lost_)
+        return;
     may_have_lost_ = false;
     counts_.lost += frames;
     counts_.least_lost = std::min<uint64_t>(counts_.least_lost, frames);
     counts_.most_lost = std::max<uint64_t>(counts_.most_lost, frames);
+}
+
+void StreamCheck::refuse(const std::string& expected, int64_t came) const {
+    throw std::runtime_error("in the " + std::string(name_) + " " + expected +
+                             " was expected, not " + std::to_string(came));
 }

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <string>
 #include <vector>
 
 #include "BenchFrame.h"
@@ -35,9 +36,9 @@ class RenewalModel {
     std::vector<Noise> renewals_;  // one for each renewal so far
 };
 
-// Checks one stream of whole frames for content and order. A frame that is not the expected one
-// counts as wrong. Frames may be missing only behind a renewal, and are counted as lost there.
-// Owned by Flood, two of them on one model. Waits for nothing, never throws.
+// Checks one stream of whole frames for content and order. Frames may be missing only behind a
+// renewal, and are counted as lost there. Owned by Flood, two of them on one model. Waits for
+// nothing. Throws std::runtime_error for a frame that is not the expected one.
 class StreamCheck {
   public:
     struct Counts {
@@ -49,18 +50,18 @@ class StreamCheck {
         uint64_t lost = 0;
         uint64_t least_lost = UINT64_MAX;  // behind one renewal
         uint64_t most_lost = 0;
-        uint64_t wrong = 0;
 
         uint64_t frames() const { return live + silent + markers + noise; }
     };
 
-    // watching: this is the result stream, which drives the model.
-    StreamCheck(RenewalModel& model, bool watching) : model_(model), watching_(watching) {}
+    // name: for messages. watching: this is the result stream, which drives the model.
+    StreamCheck(const char* name, RenewalModel& model, bool watching)
+        : name_(name), model_(model), watching_(watching) {}
     void take(const BenchFrame& frame);
     // No more come of those up to this number: they are lost if a renewal was the last thing seen.
     void finish(uint32_t sent);
-    // Takes what both have seen off their books, in order, and counts what differs as wrong. In
-    // the very pass of a renewal frames come back whose other half it drops.
+    // Takes what both have seen off their books, in order; it must be the same. But in the very
+    // pass of a renewal frames come back whose other half it drops.
     static void compare(StreamCheck& results, StreamCheck& returned);
 
     const Counts& counts() const { return counts_; }
@@ -73,7 +74,9 @@ class StreamCheck {
     bool acceptLive(const BenchFrame& frame);
     bool acceptNoise(const BenchFrame& frame);
     void lose(uint32_t frames);
+    [[noreturn]] void refuse(const std::string& expected, int64_t came) const;
 
+    const char* name_;
     RenewalModel& model_;
     bool watching_;
     Counts counts_;

@@ -5,7 +5,7 @@ import os
 import shutil
 import socket
 import subprocess
-from contextlib import ExitStack
+from contextlib import AbstractContextManager, ExitStack, nullcontext
 from pathlib import Path
 from typing import Any, Callable, Sequence
 
@@ -38,10 +38,14 @@ class Trial:
         self.process = BridgeProcess([*prefix, *command], log)
 
     def run(
-        self, flood: Sequence[str], calls: bool = True, on_pid: Callable[[int], None] | None = None
+        self,
+        flood: Sequence[str],
+        calls: bool = True,
+        watching: Callable[[int], AbstractContextManager] = nullcontext,
     ) -> Report:
         """What the flood reports, and CPU time and memory of the program and what it started,
-        engines apart. calls: the program connects to the sound client, too."""
+        engines apart. calls: the program connects to the sound client, too. watching is given the
+        program's pid and stands around the flood."""
         with ExitStack() as stack:
             stack.callback(self.client.close)
             self.process.start()
@@ -49,9 +53,8 @@ class Trial:
             stack.callback(self.process.stop)  # what is still there when something fails
             voice = stack.enter_context(socket.socket())
             self._connect(voice, calls)
-            if on_pid:
-                on_pid(self.process.pid())
-            report = self._flood(flood, (voice.fileno(), self.process.output().fileno()))
+            with watching(self.process.pid()):
+                report = self._flood(flood, (voice.fileno(), self.process.output().fileno()))
             self.process.close_input()
             if not until(lambda: not self.process.running(), END):
                 raise Failed("the program does not end")

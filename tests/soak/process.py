@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """What a soak looks at: figures of the bridge, and whether they grow."""
+import statistics
 import threading
 import time
 from typing import NamedTuple
@@ -53,16 +54,24 @@ def sample(pid: int) -> Sample:
 
 def slope(samples: list[Sample], field: str) -> float:
     """Growth a minute: the straight line with the least squares of distances."""
+    if len(samples) < 2:
+        return 0.0
     times = [each.time / 60 for each in samples]
-    values = [float(getattr(each, field)) for each in samples]
-    middle, mean = sum(times) / len(times), sum(values) / len(values)
-    spread = sum((moment - middle) ** 2 for moment in times)
-    together = sum((t - middle) * (v - mean) for t, v in zip(times, values))
-    return together / spread if spread else 0.0
+    return statistics.linear_regression(times, [getattr(each, field) for each in samples]).slope
+
+
+def memory_row(samples: list[Sample], growth: float, allowed: float) -> tuple[str, str]:
+    """For the table; both in bytes a minute."""
+    sizes = [each.memory / 1048576 for each in samples] or [0]
+    return (
+        "resident memory",
+        f"{min(sizes):.2f} to {max(sizes):.2f} MiB, slope {growth / 1024:+.1f} KiB a minute"
+        f" (allowed {allowed / 1024:g})",
+    )
 
 
 class Watch(threading.Thread):
-    """Samples the bridge once a second from start() to stop()."""
+    """Samples the bridge once a second while it is a context."""
 
     def __init__(self, pid: int) -> None:
         super().__init__(name="watch", daemon=True)
@@ -71,16 +80,20 @@ class Watch(threading.Thread):
         self._pid = pid
         self._stop_asked = threading.Event()
 
+    def __enter__(self) -> "Watch":
+        self.start()
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self._stop_asked.set()
+        self.join()
+
     def run(self) -> None:
         try:
             while not self._stop_asked.wait(1.0):
                 self.samples.append(sample(self._pid))
         except (OSError, SoakError) as error:
             self.failure = str(error)
-
-    def stop(self) -> None:
-        self._stop_asked.set()
-        self.join()
 
     def cpu(self) -> tuple[float, float]:
         """Share of one core, mean and highest second."""

@@ -11,7 +11,7 @@ from pathlib import Path
 import frames
 from bridge_process import command_line
 from noisy_client import NoisyClient
-from process import ENGINES, SoakError, Watch, slope
+from process import ENGINES, SoakError, Watch, memory_row, slope
 from processes import members
 from ros_node import RosNode
 from voice_link import LinkError, VoiceLink
@@ -76,11 +76,9 @@ class RealTime:
             threading.Thread(target=self._play, daemon=True).start()
             threading.Thread(target=self._disturb, daemon=True).start()
             self._warm_up()
-            watch = Watch(self.node.bridge.pid())
             renewals = self._count(RENEWAL)
-            watch.start()
-            self._go_on_for(self.seconds, watch)
-            watch.stop()
+            with Watch(self.node.bridge.pid()) as watch:
+                self._go_on_for(self.seconds, watch)
             return self._judge(watch, self._count(RENEWAL) - renewals)
         finally:
             self._ended.set()
@@ -150,7 +148,6 @@ class RealTime:
 
     def _judge(self, watch: Watch, renewals: int) -> list[tuple[str, str]]:
         memory, descriptors = slope(watch.samples, "memory"), slope(watch.samples, "descriptors")
-        sizes = [each.memory for each in watch.samples]
         numbers = [each.descriptors for each in watch.samples]
         mean, most = watch.cpu()
         sent, back = self.voice.progress()
@@ -159,14 +156,12 @@ class RealTime:
         how = self.node.stop()
         starts = sum(frame.kind == frames.START for frame in self.node.frames)
         table = [
-            ("duration", f"{self.seconds / 60:g} min behind a warm-up, {len(sizes)} samples"),
+            ("duration", f"{self.seconds / 60:g} min behind a warm-up, {len(numbers)} samples"),
             ("frames", f"{sent} sent, {back} back, {len(self.node.frames)} to the ROS node"),
             ("renewals, utterances", f"{renewals}, {starts}"),
             ("sound client", f"{self.client.packets} packets of 1 KiB, told {len(self.client.told)}"
                              f" times; {self._storms} storms"),
-            ("resident memory", f"{min(sizes) / 1048576:.2f} to {max(sizes) / 1048576:.2f} MiB,"
-                                f" slope {memory / 1024:+.1f} KiB a minute"
-                                f" (allowed {MEMORY_ALLOWED / 1024:g})"),
+            memory_row(watch.samples, memory, MEMORY_ALLOWED),
             ("descriptors", f"{min(numbers)} to {max(numbers)}, slope {descriptors:+.3f} a minute"
                             f" (allowed {DESCRIPTORS_ALLOWED:g})"),
             ("children", f"{ENGINES} in each sample, none uncollected"),
