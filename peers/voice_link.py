@@ -12,6 +12,7 @@ import time
 from typing import Callable, NamedTuple
 
 import frames
+import renewal
 from waiting import say
 
 # Frames on the way in fast mode. Must exceed the 9 frames of the bridge's delay line and what the
@@ -27,7 +28,6 @@ SEGMENT = 4 * frames.SIZE + 12
 # Fast mode: seconds without an answer after which one more frame goes out anyway, as the bridge
 # moves only when it gets one. Below its read time-out of 0.1 s, after which it adds silence.
 STALL = 0.05
-OWN_NOISE = 10  # frames of data that come back of themselves after the TOF of a renewal
 GIVE_UP = 10.0  # seconds without any frame back after which the bridge counts as dead
 # A piped microphone sets the pace itself; we only must not be slower than its clock.
 LIVE_SPEED = 1.01
@@ -198,8 +198,9 @@ class VoiceLink:
         if frame.kind not in (frames.START, frames.END):
             self._flying = max(self._flying - 1, 0)  # frames of the bridge's own come back as well
         if frame.kind == frames.TOF and len(last) == 2 and last[1].kind == frames.EOF:
-            # A renewal, which dropped all that had been sent when the last frame before it came.
-            self._flying = frame.sent - last[0].sent + OWN_NOISE
+            # It dropped all that had been sent when the last frame before it came; its noise is
+            # still to come.
+            self._flying = frame.sent - last[0].sent + renewal.BLOCK
             self._window = WINDOW
 
     def returned(self) -> list[Returned]:

@@ -7,10 +7,10 @@ from pathlib import Path
 import frames
 from process import SoakError, Watch, memory_row, slope
 from processes import members
+from renewal import DELAY_LINE
 from trial import Failed, Report, Trial
 
 WINDOW = 64  # frames on their way at first: fewer than the bench's, so that fewer are dropped
-DELAY_LINE = 9  # frames
 MEMORY_ALLOWED = 64 * 1024  # bytes a minute
 SHORTEST_JUDGED = 60.0  # seconds; in less, one page more is a slope
 CLEARED = f"clear bufffer size:{DELAY_LINE}\n"

@@ -4,6 +4,7 @@ frames of averaged noise before live audio."""
 import unittest
 
 import frames
+import renewal
 from processes import descriptors, members
 from story import Story
 
@@ -24,17 +25,15 @@ class Renewal(Story):
         given = [words for words in events if pids[1:] == [words[0]] and words[1] == "frame"]
         return [(int(words[2]), int(words[3])) for words in given]
 
-    def average(self) -> list[int]:
-        """The noise that the first 500 frames give: frame i of the mean of the newest four blocks
-        of ten is the mean of their i-th frames."""
-        quiet = [number for _, number in self.heard()[:500]]
-        return [sum(quiet[at + i] for at in range(460, 500, 10)) // 4 for i in range(10)]
+    def noise(self) -> list[int]:
+        """The noise that the first 500 frames give."""
+        return renewal.noise([number for _, number in self.heard()[: renewal.EVERY]])
 
     def test_engines_are_restarted_once_and_given_the_twelve_frames(self) -> None:
         self.quiet_until_renewal()
         self.send_silence_until(lambda: len(self.second_run("vad")) > 12, "live audio")
         self.wait_for(lambda: len(self.heard()) >= 500, "what the noise was taken from")
-        noise = self.average()
+        noise = self.noise()
         self.assertGreater(min(noise), 0)
         head = [(frames.EOF, 0), (frames.TOF, 0)]
         expected = head + [(frames.DATA, number) for number in noise]

@@ -5,29 +5,23 @@ import time
 import unittest
 
 import frames
+import renewal
+from renewal import DELAY_LINE, EVERY, OWN
 from story import Story
 
-# Frames that the ROS node gets from one renewal to the next, those of a renewal included.
-EVERY = 500
 RENEWALS = 5
-OWN = 12  # frames that each renewal writes: EOF, TOF, ten of noise
-BLOCK, BLOCKS = 10, 4  # frames in a block of noise, blocks in an average
-DELAY_LINE = 9
 PAUSE = 0.09  # seconds without a frame of ours, in which the bridge may soon add one of silence
 
 
 def average(stream: list[tuple[int, int]]) -> list[int]:
-    """The ten frames that follow from what the ROS node got: frame i is the mean of the i-th frames
-    of the newest four blocks of ten, utterances left out."""
+    """The ten frames that follow from what the ROS node got, utterances left out."""
     quiet, speaking = [], False
     for kind, number in stream:
         if kind == frames.DATA and not speaking:
             quiet.append(number)
         elif kind != frames.DATA:
             speaking = kind == frames.START
-    whole = len(quiet) // BLOCK * BLOCK
-    blocks = [quiet[at : at + BLOCK] for at in range(0, whole, BLOCK)][-BLOCKS:]
-    return [sum(block[i] for block in blocks) // BLOCKS for i in range(BLOCK)]
+    return renewal.noise(quiet)
 
 
 def live(stream: list[tuple[int, int]], sign: int = 1) -> list[int]:
