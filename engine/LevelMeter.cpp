@@ -11,7 +11,7 @@ namespace {
 // Share of the way to the level that the noise estimate goes in a frame. It follows a falling
 // level within 30 ms, since noise is what remains when speech is not; a rising one within 200 ms
 // if the frame is no speech, and within ten seconds if it is suspected: loud new noise may look
-// like speech at first. Chosen on the bench's tuning set.
+// like speech at first. Chosen on the tuning set.
 constexpr float FALL = 0.3f;
 constexpr float RISE = 0.05f;
 constexpr float RISE_SUSPECTED = 0.001f;

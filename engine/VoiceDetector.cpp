@@ -10,7 +10,7 @@ namespace engine {
 
 namespace {
 
-// All of these were chosen on the bench's tuning set, amid ranges in which little changes.
+// All of these were chosen on the tuning set, amid ranges in which little changes.
 
 // A frame stands out by that many deviations of the noise, in the mean of the bands. So much is
 // added to the deviation: the steadiest noise is not to be left by a fraction of a decibel.

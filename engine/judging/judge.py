@@ -10,6 +10,7 @@ from pathlib import Path
 
 import numpy as np
 
+import figures
 import floors
 import pipes
 import primed
@@ -71,9 +72,10 @@ def judge_soak(role: str) -> soak.Soak:
 
 
 def parse_arguments() -> argparse.Namespace:
-    parser = argparse.ArgumentParser(prog="bench/engine/run", description=__doc__)
+    parser = argparse.ArgumentParser(prog="engine/judging/run", description=__doc__)
     parser.add_argument("--tune", action="store_true", help="tuning set, no floors, no soak")
     parser.add_argument("--spare", action="store_true", help="other recordings to judge by")
+    parser.add_argument("--write", action="store_true", help="tables into docs/figures.md as well")
     parser.add_argument("--build", type=Path, default=ROOT / "build/release", help="(%(default)s)")
     parser.add_argument("--mmse", type=Path, help="other settings for noise suppression")
     parser.add_argument("--vad", type=Path, help="other settings for voice activity")
@@ -93,8 +95,11 @@ def main() -> int:
         results = dict(zip(CONDITIONS, pool.map(judge, CONDITIONS, chunksize=1)))
         starts = dict(zip(PRIMED, pool.map(judge_primed, PRIMED, chunksize=1)))
         hours = [] if options.tune else pool.map(judge_soak, ["mmse", "vad"], chunksize=1)
-    print(tables.suppression(results), tables.activity(results), sep="\n")
-    print(tables.primed(starts), tables.soak(hours), sep="\n", end="")
+    found = [tables.suppression(results), tables.activity(results), tables.primed(starts)]
+    print(*found, tables.soak(hours), sep="\n", end="")
+    if options.write:
+        text = "\n".join([*found, tables.soak(hours)])
+        figures.write("engine", f"{figures.machine(options.build)}:\n\n```\n{text.strip()}\n```")
     held = True
     if not options.tune:
         verdicts = floors.check(results, starts, hours)

@@ -5,13 +5,14 @@ from dataclasses import dataclass
 import numpy as np
 
 import pipes
+import renewal
 from recordings import FRAME, Recording
+from renewal import BLOCK
 from scenes import LEADS, above_lowest, make_noise
 from suppression import LAG, decibel, power
 
 STARTS = 20  # each with other noise
-BLOCK = 10  # frames
-BLOCKS = 4  # averaged sample by sample
+HEAD = renewal.BLOCKS * BLOCK * FRAME  # samples ahead of it
 LIVE = 100  # frames of live noise
 WORD = 60  # frames of live noise ahead of a word: no more than the shortest pause
 FROM, TO = 10, 50  # frames in which the floor holds: 100 to 500 ms
@@ -30,9 +31,8 @@ class Primed:
 
 
 def priming(noise: np.ndarray) -> np.ndarray:
-    """EOF, TOF and ten frames: the i-th is the mean of the i-th frames of the last four blocks."""
-    blocks = noise[: BLOCKS * BLOCK * FRAME].reshape(BLOCKS, BLOCK * FRAME)
-    mean = np.floor(np.mean(blocks, axis=0)).astype("<i2")
+    """EOF, TOF and the noise frames, of the last blocks that were heard."""
+    mean = np.concatenate(renewal.noise(noise[:HEAD].reshape(-1, FRAME).astype(int)))
     return np.concatenate([pipes.mark(pipes.EOF), pipes.mark(pipes.TOF), pipes.data(mean)])
 
 
@@ -47,13 +47,12 @@ def measure(
     engine: pipes.Engine, kind: str, snr: float, talkers: list[Recording], word: Recording
 ) -> Primed:
     """Starts engines anew in noise that is `snr` dB below speech."""
-    head = BLOCKS * BLOCK * FRAME
-    size = head + LIVE * FRAME
+    size = HEAD + LIVE * FRAME
     whole = make_noise(kind, talkers, STARTS * size, len(LEADS)) * 10 ** (-snr / 20)
     primed, cold, levels, false_starts, missed = [], [], [], 0, 0
     for number in range(STARTS):
         noise = np.round(whole[number * size :][:size]).astype("<i2")
-        live = noise[head:]
+        live = noise[HEAD:]
         start, tail = priming(noise), pipes.data(live)
         answer = engine.suppress(np.concatenate([start, tail])).frames
         primed.append(attenuation(live, pipes.samples_of(answer)[BLOCK * FRAME :]))

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What the bench prints."""
+"""What a judging prints."""
 from collections import Counter
 from pathlib import Path
 
