@@ -65,7 +65,7 @@ class Trial:
     def _connect(self, voice: socket.socket, calls: bool) -> None:
         def connected() -> bool:
             if not self.process.running():
-                raise Failed(f"{self.process.command[0]} has ended at once")
+                raise Failed(f"ended at once: {' '.join(self.process.command)}")
             here = self.client.connected() or not calls
             return here and voice.connect_ex(("127.0.0.1", self.port)) == 0
 
