@@ -20,14 +20,9 @@ class Table:
     def add(self, figure: str, value: str, target: str = "", verdict: str = "") -> None:
         self.rows.append((figure, value, target, verdict))
 
-    def at_most(
-        self, figure: str, value: Any, most: Any, form: str, aim: int | None = None, shown: str = ""
-    ) -> None:
-        target = "at most " + form.format(most) + (f", aim {aim:,}" if aim else "")
+    def at_most(self, figure: str, value: Any, most: Any, form: str, shown: str = "") -> None:
         verdict = "reached" if value <= most else "NOT REACHED"
-        if aim and value <= aim:
-            verdict += ", aim too"
-        self.add(figure, shown or form.format(value), target, verdict)
+        self.add(figure, shown or form.format(value), "at most " + form.format(most), verdict)
 
     def at_least(self, figure: str, value: float, least: float, form: str) -> None:
         verdict = "reached" if value >= least else "NOT REACHED"
