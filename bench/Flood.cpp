@@ -103,7 +103,10 @@ Flood::Flood(const Plan& plan)
       results_("results", model_, !plan.plain),
       returned_("returned frames", model_, false),
       window_(plan.window),
-      moved_(Clock::now()) {}
+      moved_(Clock::now()) {
+    const timeval patience{std::chrono::seconds(SILENCE).count(), 0};
+    setsockopt(plan.voice, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
+}
 
 void Flood::run(const std::function<void()>& on_warm) {
     transmit(plan_.warmup);
