@@ -6,21 +6,21 @@ TOLVANEV_BUILD names the build directory with tolvanev-engine, mmse.ini and vad.
 import array
 import math
 import os
-import random
 import select
 import struct
 import subprocess
 from typing import Any, Iterable
 
+import engine_sounds
 import frames
-from frames import DATA, RATE, SAMPLES, SIZE
+from engine_answers import VAD_SIZE
+from frames import DATA, SIZE
 
 BUILD = os.environ.get("TOLVANEV_BUILD", "build/debug")
 ENGINE = os.path.join(BUILD, "tolvanev-engine")
 MMSE = os.path.join(BUILD, "mmse.ini")
 VAD = os.path.join(BUILD, "vad.ini")
 
-VAD_SIZE = 104  # bytes of an answer about voice activity
 TIMEOUT_S = 60  # generous: the machine may be busy
 
 Answer = tuple[int, bytes]  # type and the rest of the frame
@@ -30,28 +30,12 @@ def frame(kind: int, samples: Iterable[int] = ()) -> bytes:
     return frames.make(kind, array.array("h", samples).tobytes())
 
 
-def noise(count: int, level: int = 300, seed: int = 1) -> list[bytes]:
-    chance = random.Random(seed)
-    return [
-        frame(DATA, [int(chance.gauss(0, level)) for _ in range(SAMPLES)]) for _ in range(count)
-    ]
+def noise(count: int, level: int = engine_sounds.NOISE, seed: int = 1) -> list[bytes]:
+    return [frames.make(DATA, each) for each in engine_sounds.noise(count, level, seed)]
 
 
-def voice(count: int, level: int = 6000) -> list[bytes]:
-    """A buzz at 120 Hz with formants and a syllable rhythm: enough of a voice for the detector."""
-    out = []
-    for index in range(count):
-        samples = []
-        for n in range(index * SAMPLES, (index + 1) * SAMPLES):
-            t = n / RATE
-            syllable = 0.6 + 0.4 * math.sin(2 * math.pi * 4 * t)
-            buzz = sum(
-                math.sin(2 * math.pi * 120 * h * t) / (1 + abs(h - 5) * abs(h - 12) / 8)
-                for h in range(1, 25)
-            )
-            samples.append(int(level * syllable * buzz / 4))
-        out.append(frame(DATA, samples))
-    return out
+def voice(count: int) -> list[bytes]:
+    return [frames.make(DATA, each) for each in engine_sounds.voice(count)]
 
 
 def split(data: bytes, size: int) -> list[Answer]:
