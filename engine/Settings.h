@@ -20,8 +20,8 @@ struct VadSettings {
     int start_margin_db = 10;
     int stay_margin_db = 5;
     int onset_frames = 2;
-    int hangover_frames = 10;
-    int long_hangover_frames = 18;
+    int hangover_frames = 25;
+    int long_hangover_frames = 25;
     int early_frames = 60;
     int lookback_frames = 0;
 };

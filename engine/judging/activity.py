@@ -14,8 +14,13 @@ LATE = 50  # frames after the label in which END is looked for by the delay
 
 @dataclass
 class Activity:
-    """Counts and delays over some streams."""
+    """Counts and delays over some streams.
 
+    What is declared within the hangover behind an utterance is no error: END cannot be known before
+    it. By how much END comes late is told by the delays.
+    """
+
+    hangover: int  # frames
     hit: int = 0  # frames
     wrong: int = 0
     lost: int = 0
@@ -43,13 +48,14 @@ class Activity:
                 self.cold += start < RATE // FRAME
 
     def _add_frames(self, scene: Scene, found: list[tuple[int, int]]) -> None:
-        said, declared = np.zeros((2, scene.length()), dtype=bool)
+        said, waited, declared = np.zeros((3, scene.length()), dtype=bool)
         for one in scene.spoken:
             said[one.start : one.end] = True
+            waited[one.end : one.end + self.hangover] = True
         for start, end in found:
             declared[start:end] = True
         self.hit += int(np.sum(said & declared))
-        self.wrong += int(np.sum(~said & declared))
+        self.wrong += int(np.sum(~said & ~waited & declared))
         self.lost += int(np.sum(said & ~declared))
 
     def _add_utterance(

@@ -53,7 +53,7 @@ def check_activity(results: dict) -> list[Verdict]:
         found += [
             Verdict(f"{name}: onset, median ms", onset, 50, False),
             Verdict(f"{name}: onset, 90th percentile ms", late, 80, False),
-            Verdict(f"{name}: offset, median ms", offset, 110, False),
+            Verdict(f"{name}: offset, median ms", offset, 260, False),
         ]
     missed = sum(result.activity.missed for result in results.values())
     false = results["pink", 5].activity.false_a_minute()

@@ -47,7 +47,7 @@ job: Job
 
 def judge(condition: tuple[str, float]) -> Result:
     """One condition through both roles, the second fed by the first as in the bridge."""
-    suppression, activity = Suppression(), Activity()
+    suppression, activity = Suppression(), Activity(job.engine.hangover())
     seconds, frames = 0.0, 0
     for scene in scenes.build(job.speech, job.talkers, *condition):
         audio = job.engine.suppress(pipes.stream(scene.noisy()))

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """The engine's own executable, fed and read through its pipes."""
+import configparser
 import resource
 import subprocess
 from dataclasses import dataclass
@@ -7,7 +8,7 @@ from pathlib import Path
 
 import numpy as np
 
-from frames import DATA, END, EOF, START, TOF
+from frames import DATA, END, EOF, RATE, START, TOF
 from frames import SAMPLES as FRAME
 
 AUDIO = np.dtype([("kind", "<i4"), ("samples", "<i2", FRAME)])  # 324 bytes
@@ -29,6 +30,13 @@ class Engine:
     program: Path
     mmse: Path
     vad: Path
+
+    def hangover(self) -> int:
+        """The longest time without voice before END, in frames."""
+        settings = configparser.ConfigParser()
+        settings.read([self.program.parent / "vad.ini", self.vad])  # the first has every key
+        keys = ("hangover_ms", "long_hangover_ms")
+        return max(settings.getint("vad", key) for key in keys) * RATE // FRAME // 1000
 
     def suppress(self, audio: np.ndarray) -> Answer:
         return self._run(self.mmse, audio, AUDIO)

@@ -49,7 +49,9 @@ def suppression(results: dict) -> str:
 
 
 def activity(results: dict) -> str:
-    text = "Voice activity: share of frames; delays in ms, median and 90th percentile; counts\n"
+    text = (
+        "Voice activity: share of frames up to the hangover; delays in ms, median and 90th perc.\n"
+    )
     widths = [7, 7, 7, 11, 11, 11, 8, 8, 8, 13]
     head = ["", "prec.", "recall", "F1", "onset", "offset", "false/min"]
     text += row([*head, "missed", "splits", "merges", "one to one"], widths)

@@ -51,8 +51,8 @@ TEST_F(EngineSettings, RoleAloneGivesTheDefaults) {
     EXPECT_EQ(settings.vad.start_margin_db, 10);
     EXPECT_EQ(settings.vad.stay_margin_db, 5);
     EXPECT_EQ(settings.vad.onset_frames, 2);
-    EXPECT_EQ(settings.vad.hangover_frames, 10);
-    EXPECT_EQ(settings.vad.long_hangover_frames, 18);
+    EXPECT_EQ(settings.vad.hangover_frames, 25);
+    EXPECT_EQ(settings.vad.long_hangover_frames, 25);
     EXPECT_EQ(settings.vad.early_frames, 60);
     EXPECT_EQ(settings.vad.lookback_frames, 0);
     EXPECT_EQ(settings.mmse.suppression_db, -25);
