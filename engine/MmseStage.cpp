@@ -20,6 +20,7 @@ void amplify(Samples& samples, int gain_db) {
 MmseStage::MmseStage(const MmseSettings& settings, Sink sink)
     : priming_repeats_(settings.priming_repeats),
       priming_gain_db_(settings.priming_gain_db),
+      cold_repeats_(settings.cold_repeats),
       sink_(std::move(sink)),
       suppressor_(settings.suppression_db) {}
 
@@ -31,6 +32,7 @@ void MmseStage::accept(const AudioFrame& frame) {
             break;
         case FRAME_TOF:
             suppressor_.reset();
+            fast_start_.reset();
             break;
         case FRAME_EOF:
             break;
@@ -42,6 +44,8 @@ void MmseStage::accept(const AudioFrame& frame) {
     sink_(bytesOf(out));
     if (priming_.isComplete(frame))
         settle();
+    else if (frame.type == FRAME_DATA && cold_repeats_ > 0 && fast_start_.isNewNoise(frame.samples))
+        beginWithNoise();
 }
 
 // A new suppressor needs seconds to learn the noise. Hearing the ten frames over and over takes it
@@ -55,6 +59,17 @@ void MmseStage::settle() {
         }
     }
     priming_.forget();
+    fast_start_.stop();
+}
+
+// As if the stream had begun with this noise and nothing else. The last frame that is heard again
+// is the latest one, so that what comes next joins it without a gap.
+void MmseStage::beginWithNoise() {
+    suppressor_.reset();
+    const std::vector<Samples> noise = fast_start_.noise();
+    for (int repeat = 0; repeat < cold_repeats_; ++repeat)
+        for (Samples samples : noise)
+            suppressor_.process(samples);
 }
 
 }  // namespace engine

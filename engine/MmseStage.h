@@ -2,6 +2,7 @@
 #ifndef TOLVANEV_ENGINE_MMSESTAGE_H
 #define TOLVANEV_ENGINE_MMSESTAGE_H
 
+#include "FastStart.h"
 #include "NoiseSuppressor.h"
 #include "Priming.h"
 #include "Settings.h"
@@ -10,7 +11,7 @@
 namespace engine {
 
 // The role mmse: the audio with its noise suppressed, one frame for each frame. Behind a
-// primed start it knows the noise at once.
+// primed start it knows the noise at once, else after 200 ms of it.
 class MmseStage : public Stage {
   public:
     MmseStage(const MmseSettings& settings, Sink sink);
@@ -20,12 +21,15 @@ class MmseStage : public Stage {
 
   private:
     void settle();
+    void beginWithNoise();
 
     const int priming_repeats_;
     const int priming_gain_db_;
+    const int cold_repeats_;
     const Sink sink_;
     NoiseSuppressor suppressor_;
     Priming priming_;
+    FastStart fast_start_;
 };
 
 }  // namespace engine

@@ -14,6 +14,7 @@ struct MmseSettings {
     int suppression_db = -25;
     int priming_repeats = 10;
     int priming_gain_db = 6;
+    int cold_repeats = 4;
 };
 
 struct VadSettings {

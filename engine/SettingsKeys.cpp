@@ -86,6 +86,10 @@ const std::vector<Key>& keys() {
          [](Settings& settings, const std::string& text) {
              return setNumber(settings.mmse.priming_gain_db, text, {0, 20, "dB"});
          }},
+        {"mmse", "cold_repeats",
+         [](Settings& settings, const std::string& text) {
+             return setNumber(settings.mmse.cold_repeats, text, {0, 100, "repeats"});
+         }},
         {"vad", "start_margin_db",
          [](Settings& settings, const std::string& text) {
              return setNumber(settings.vad.start_margin_db, text, {0, 40, "dB"});

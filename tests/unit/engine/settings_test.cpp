@@ -58,6 +58,7 @@ TEST_F(EngineSettings, RoleAloneGivesTheDefaults) {
     EXPECT_EQ(settings.mmse.suppression_db, -25);
     EXPECT_EQ(settings.mmse.priming_repeats, 10);
     EXPECT_EQ(settings.mmse.priming_gain_db, 6);
+    EXPECT_EQ(settings.mmse.cold_repeats, 4);
 }
 
 TEST_F(EngineSettings, EveryKeyIsTaken) {
@@ -73,11 +74,14 @@ TEST_F(EngineSettings, EveryKeyIsTaken) {
     EXPECT_EQ(more.stay_margin_db, 40);
     EXPECT_EQ(more.long_hangover_frames, 3);
     EXPECT_EQ(more.early_frames, 1000);
-    const auto mmse =
-        load(MMSE + "suppression_db = -40\npriming_repeats = 0\npriming_gain_db = 3\n").mmse;
+    const auto mmse = load(MMSE +
+                           "suppression_db = -40\npriming_repeats = 0\npriming_gain_db = 3\n"
+                           "cold_repeats = 100\n")
+                          .mmse;
     EXPECT_EQ(mmse.suppression_db, -40);
     EXPECT_EQ(mmse.priming_repeats, 0);
     EXPECT_EQ(mmse.priming_gain_db, 3);
+    EXPECT_EQ(mmse.cold_repeats, 100);
 }
 
 TEST_F(EngineSettings, CommentsBlankLinesAndCarriageReturnsAreIgnored) {
