@@ -19,10 +19,10 @@ struct MmseSettings {
 
 struct VadSettings {
     int start_margin_db = 10;
-    int stay_margin_db = 5;
+    int stay_margin_db = 6;
     int onset_frames = 2;
-    int hangover_frames = 25;
-    int long_hangover_frames = 25;
+    int hangover_frames = 18;
+    int long_hangover_frames = 30;
     int early_frames = 60;
     int lookback_frames = 0;
 };

@@ -9,16 +9,18 @@
 
 namespace engine {
 
-// Whether a frame stands out enough.
+// Whether a frame stands out enough, and how the voice moves.
 class LevelGate {
   public:
     LevelGate(int start_margin_db, int stay_margin_db);
 
-    // `suspected`: what the detector says. Levels in dBFS.
-    bool isSpeech(float level, float noise, bool suspected, bool open);
+    // By how many dB the frame stands out more than it must: above 0 it is speech. `suspected`:
+    // what the detector says. Levels in dBFS.
+    float excess(float level, float noise, bool suspected, bool open);
 
-    // Whether the utterance's latest speech was clearly softer than its loudest.
-    bool hasSunk() const;
+    // How much softer than its loudest the utterance's latest speech was: 0 for up to 7 dB, 1 from
+    // 15 dB on.
+    float sunk() const;
 
     void reset();
 
@@ -26,7 +28,7 @@ class LevelGate {
     const int start_margin_db_;
     const int stay_margin_db_;
     float loudest_ = FLOOR_DBFS;  // of the utterance, fading after it
-    float recent_ = FLOOR_DBFS;   // of its latest 100 ms of speech or so
+    float recent_ = FLOOR_DBFS;   // of its latest 50 ms of speech or so
 };
 
 // Voice activity by two witnesses: the level over the background noise, and the detector, which

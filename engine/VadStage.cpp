@@ -32,7 +32,7 @@ void VadStage::finish() {
 
 void VadStage::analyse(const Samples& samples) {
     finding_ = activity_->examine(samples, utterance_.isOpen());
-    const Mark mark = utterance_.update(finding_.voiced, finding_.sunk);
+    const Mark mark = utterance_.update(finding_);
     look_back_.push(answer(FRAME_DATA), mark);
 }
 

@@ -9,7 +9,8 @@ namespace engine {
 // What is found out about one frame; levels in dBFS.
 struct Finding {
     bool voiced = false;
-    bool sunk = false;  // the voice has come down from the loudest of its utterance
+    bool clear = false;  // voiced beyond doubt
+    float sunk = 0;      // how far the voice has come down from its loudest: 0 not, 1 to its end
     float level = FLOOR_DBFS;
     float noise = FLOOR_DBFS;
 };

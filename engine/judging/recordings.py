@@ -6,9 +6,11 @@ Nothing of it is stored with the project; licences as their packages state them:
   set      package                         voice                        licence
   tuning   pocketsphinx-testdata           several, men and women       BSD-2-Clause
   tuning   asterisk-core-sounds-ru-g722    a woman, Russian             CC-BY-3.0
-  judging  alsa-utils (channel names)      one                          GPL-2
-  judging  asterisk-core-sounds-en-g722    a woman, English             CC-BY-SA-3.0
-  judging  asterisk-core-sounds-it-g722    a man, Italian               CC-BY-3.0
+  tuning   alsa-utils (channel names)      one                          GPL-2
+  tuning   asterisk-core-sounds-en-g722    a woman, English             CC-BY-SA-3.0
+  tuning   asterisk-core-sounds-it-g722    a man, Italian               CC-BY-3.0
+  judging  asterisk-core-sounds-fr-g722    a woman, Canadian French     CC-BY-SA-3.0
+  judging  asterisk-core-sounds-es-g722    a woman, Mexican Spanish     CC-BY-SA-3.0
 """
 import ctypes
 import glob
@@ -128,20 +130,23 @@ def split(voice: str, count: int, spare: bool = False) -> tuple[list[Recording],
 
 
 def tuning() -> tuple[list[Recording], list[Recording]]:
-    """Speech, and the recordings of which babble is made."""
+    """Speech, and the recordings of which babble is made: others."""
     paths = sorted(glob.glob(f"{POCKETSPHINX}/**/*.wav", recursive=True))
     paths += sorted(glob.glob(f"{POCKETSPHINX}/**/*.raw", recursive=True))
     several = load(paths, NOISY_RANGE)
-    russian, babble = split("ru_RU_f_*", 40 - len(several))
-    return several + russian, babble
+    names = load(sorted(glob.glob(f"{ALSA}/[FRS]*_*.wav")))
+    russian, russian_babble = split("ru_RU_f_*", 30)
+    english, english_babble = split("en_US_f_*", 24)
+    italian, italian_babble = split("it_IT_m_*", 24)
+    babble = russian_babble + english_babble + italian_babble
+    return several + names + russian + english + italian, babble
 
 
 def judging(spare: bool = False) -> tuple[list[Recording], list[Recording]]:
-    """Speech, and the recordings of which babble is made: others.
+    """The same, of voices that nothing was chosen on.
 
-    The spare set has other prompts of the two long voices. It is there to be looked at rarely.
+    The spare set has other prompts of both. It is there to be looked at rarely.
     """
-    names = [] if spare else load(sorted(glob.glob(f"{ALSA}/[FRS]*_*.wav")))
-    english, english_babble = split("en_US_f_*", 16, spare)
-    italian, italian_babble = split("it_IT_m_*", 16, spare)
-    return names + english + italian, english_babble + italian_babble
+    french, french_babble = split("fr_CA_f_*", 48, spare)
+    spanish, spanish_babble = split("es_MX_f_*", 48, spare)
+    return french + spanish, french_babble + spanish_babble

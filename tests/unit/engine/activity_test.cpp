@@ -92,10 +92,10 @@ class EngineLevelGate : public testing::Test {
     static constexpr float NOISE = -60;
 
     bool starts(float margin, bool suspected) {
-        return gate_.isSpeech(NOISE + margin, NOISE, suspected, false);
+        return gate_.excess(NOISE + margin, NOISE, suspected, false) > 0;
     }
     bool stays(float margin, bool suspected) {
-        return gate_.isSpeech(NOISE + margin, NOISE, suspected, true);
+        return gate_.excess(NOISE + margin, NOISE, suspected, true) > 0;
     }
 
     engine::LevelGate gate_{10, 5};
@@ -115,31 +115,44 @@ TEST_F(EngineLevelGate, DetectorsDoubtCostsThreeDecibels) {
     EXPECT_TRUE(stays(8.1f, false));
 }
 
-TEST_F(EngineLevelGate, WhatIsThirtyDecibelsBelowTheLoudestIsNoSpeech) {
+TEST_F(EngineLevelGate, WhatIsThirtyTwoDecibelsBelowTheLoudestIsNoSpeech) {
     EXPECT_TRUE(stays(50, true));
-    EXPECT_TRUE(stays(20.5f, true));
-    EXPECT_FALSE(stays(19.5f, true));
+    EXPECT_TRUE(stays(18.5f, true));
+    EXPECT_FALSE(stays(17.5f, true));
 }
 
 TEST_F(EngineLevelGate, LoudestFadesFasterBetweenUtterances) {
     stays(50, true);
     for (int frame = 0; frame < 50; ++frame)
-        EXPECT_FALSE(starts(14.5f, true)) << frame;  // 20 dB less 0.1 a frame
+        EXPECT_FALSE(starts(12.5f, true)) << frame;  // 18 dB less 0.1 a frame
     for (int frame = 0; frame < 10; ++frame)
-        starts(14.5f, true);
-    EXPECT_TRUE(starts(14.5f, true));
+        starts(12.5f, true);
+    EXPECT_TRUE(starts(12.5f, true));
 }
 
-TEST_F(EngineLevelGate, VoiceHasSunkWhenItsLatestSpeechWasSoft) {
+TEST_F(EngineLevelGate, VoiceSinksWithItsLatestSpeech) {
     starts(40, true);
-    for (int frame = 0; frame < 50; ++frame)
+    for (int frame = 0; frame < 30; ++frame)
         stays(40, true);
-    EXPECT_FALSE(gate_.hasSunk());
+    EXPECT_EQ(gate_.sunk(), 0);
     stays(0, true);  // a pause says nothing about the voice
-    EXPECT_FALSE(gate_.hasSunk());
-    for (int frame = 0; frame < 50; ++frame)
-        stays(30, true);
-    EXPECT_TRUE(gate_.hasSunk());
+    EXPECT_EQ(gate_.sunk(), 0);
+    for (int frame = 0; frame < 30; ++frame)
+        stays(34, true);
+    EXPECT_EQ(gate_.sunk(), 0);
+    for (int frame = 0; frame < 30; ++frame)
+        stays(29, true);
+    EXPECT_NEAR(gate_.sunk(), 0.4, 0.15);
+    for (int frame = 0; frame < 30; ++frame)
+        stays(20, true);
+    EXPECT_EQ(gate_.sunk(), 1);
+}
+
+TEST_F(EngineLevelGate, FrameCountsByWhatItHasLessOf) {
+    stays(40, true);
+    EXPECT_NEAR(gate_.excess(NOISE + 9, NOISE, true, true), 1, 0.1);  // 32 dB below 40, and 5 above
+    gate_.reset();
+    EXPECT_NEAR(gate_.excess(NOISE + 9, NOISE, true, true), 4, 0.1);
 }
 
 TEST_F(EngineLevelGate, ResetForgetsTheLoudest) {

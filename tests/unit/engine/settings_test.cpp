@@ -49,10 +49,10 @@ TEST_F(EngineSettings, RoleAloneGivesTheDefaults) {
     const auto settings = load("[engine]\nrole = vad\n");
     EXPECT_EQ(settings.role, engine::Role::VAD);
     EXPECT_EQ(settings.vad.start_margin_db, 10);
-    EXPECT_EQ(settings.vad.stay_margin_db, 5);
+    EXPECT_EQ(settings.vad.stay_margin_db, 6);
     EXPECT_EQ(settings.vad.onset_frames, 2);
-    EXPECT_EQ(settings.vad.hangover_frames, 25);
-    EXPECT_EQ(settings.vad.long_hangover_frames, 25);
+    EXPECT_EQ(settings.vad.hangover_frames, 18);
+    EXPECT_EQ(settings.vad.long_hangover_frames, 30);
     EXPECT_EQ(settings.vad.early_frames, 60);
     EXPECT_EQ(settings.vad.lookback_frames, 0);
     EXPECT_EQ(settings.mmse.suppression_db, -25);

@@ -11,7 +11,8 @@
 
 namespace {
 
-// Voiced if and only if the first sample is not 0, sunk if the second is not; counts its resets.
+// Voiced if and only if the first sample is not 0, and clear if it is above 1000; sunk by so many
+// tenths as the second says. Counts its resets.
 class ScriptedActivity : public engine::VoiceActivity {
   public:
     explicit ScriptedActivity(int& resets) : resets_(resets) {}
@@ -19,7 +20,8 @@ class ScriptedActivity : public engine::VoiceActivity {
         opened += open ? '1' : '0';
         engine::Finding finding;
         finding.voiced = samples[0] != 0;
-        finding.sunk = samples[1] != 0;
+        finding.clear = samples[0] > 1000;
+        finding.sunk = static_cast<float>(samples[1]) / 10;
         return finding;
     }
     void reset() override { ++resets_; }
@@ -47,8 +49,9 @@ char symbolOf(int32_t type) {
     }
 }
 
-// Streams are written as text. In: v voiced, u unvoiced, s unvoiced and sunk, < TOF, > EOF, 1 and 2
-// as the type says, x an unknown type. Out: . data, S START, E END, < TOF, > EOF.
+// Streams are written as text. In: v clearly voiced, w hardly voiced, u unvoiced, s unvoiced and
+// sunk, h sunk by half, < TOF, > EOF, 1 and 2 as the type says, x an unknown type. Out: . data, S
+// START, E END, < TOF, > EOF.
 class EngineUtterance : public testing::Test {
   protected:
     // Onset 3 frames, hangover 2, both of them unless a test says otherwise.
@@ -80,8 +83,8 @@ class EngineUtterance : public testing::Test {
 
     static engine::AudioFrame frameOf(char symbol) {
         engine::AudioFrame frame;
-        frame.samples[0] = symbol == 'v' ? 1000 : 0;
-        frame.samples[1] = symbol == 's' ? 1 : 0;
+        frame.samples[0] = symbol == 'v' ? 2000 : symbol == 'w' ? 1000 : 0;
+        frame.samples[1] = symbol == 's' ? 10 : symbol == 'h' ? 5 : 0;
         const std::string types = "<>12x";
         constexpr int32_t numbers[] = {engine::FRAME_TOF, engine::FRAME_EOF, engine::FRAME_START,
                                        engine::FRAME_END, 77};
@@ -126,6 +129,21 @@ TEST_F(EngineUtterance, VoiceThatBreaksOffIsWaitedForLonger) {
     long_hangover_frames_ = 4;
     EXPECT_EQ(answer("<vvvuuuuu"), "<..S.....E.");
     EXPECT_EQ(answer("<vvvsss"), "<..S...E.");
+}
+
+TEST_F(EngineUtterance, VoiceThatSankALittleIsWaitedForInBetween) {
+    long_hangover_frames_ = 6;
+    EXPECT_EQ(answer("<vvvhhhhhh"), "<..S.....E..");
+}
+
+TEST_F(EngineUtterance, HardlyVoicedFrameTakesFourFramesOffTheSilence) {
+    long_hangover_frames_ = 6;
+    EXPECT_EQ(answer("<vvvuuuuuwuuuuuuuu"), "<..S............E...");
+    EXPECT_EQ(answer("<vvvuwuuuuuuuu"), "<..S.........E..");
+}
+
+TEST_F(EngineUtterance, HardlyVoicedFramesInARowDeclareSpeech) {
+    EXPECT_EQ(answer("<uwwwu"), "<...S..");
 }
 
 TEST_F(EngineUtterance, YoungUtteranceHasTheLongHangover) {
