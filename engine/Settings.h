@@ -18,7 +18,7 @@ struct MmseSettings {
 };
 
 struct VadSettings {
-    int start_margin_db = 10;
+    int start_margin_db = 11;
     int stay_margin_db = 6;
     int onset_frames = 2;
     int hangover_frames = 18;

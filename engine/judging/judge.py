@@ -10,6 +10,7 @@ from pathlib import Path
 
 import numpy as np
 
+import cold
 import figures
 import floors
 import pipes
@@ -64,6 +65,10 @@ def judge_primed(condition: tuple[str, float]) -> primed.Primed:
     return primed.measure(job.engine, *condition, job.talkers, word)
 
 
+def judge_cold(condition: tuple[str, float]) -> cold.Cold:
+    return cold.measure(job.engine, *condition, job.talkers, job.speech)
+
+
 def judge_soak(role: str) -> soak.Soak:
     scene = scenes.build(job.speech, job.talkers, "pink", 5)[0]
     minute = pipes.stream(np.resize(scene.noisy(), (soak.MINUTE - 2) * recordings.FRAME))
@@ -94,15 +99,17 @@ def main() -> int:
     with multiprocessing.get_context("fork").Pool() as pool:
         results = dict(zip(CONDITIONS, pool.map(judge, CONDITIONS, chunksize=1)))
         starts = dict(zip(PRIMED, pool.map(judge_primed, PRIMED, chunksize=1)))
+        colds = dict(zip(PRIMED, pool.map(judge_cold, PRIMED, chunksize=1)))
         hours = [] if options.tune else pool.map(judge_soak, ["mmse", "vad"], chunksize=1)
     found = [tables.suppression(results), tables.activity(results), tables.primed(starts)]
+    found.append(tables.cold(colds))
     print(*found, tables.soak(hours), sep="\n", end="")
     if options.write:
         text = "\n".join([*found, tables.soak(hours)])
         figures.write("engine", f"{figures.machine(options.build)}:\n\n```\n{text.strip()}\n```")
     held = True
     if not options.tune:
-        verdicts = floors.check(results, starts, hours)
+        verdicts = floors.check(results, starts, colds, hours)
         print(tables.verdicts(verdicts))
         held = all(verdict.holds or not verdict.binding for verdict in verdicts)
     print(f"{time.monotonic() - began:.0f} s")

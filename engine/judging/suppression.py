@@ -63,7 +63,7 @@ class Suppression:
                 self.gains.append(gain)
                 scale = np.dot(heard[part], clean[part]) / power(clean[part])
                 self.levels.append(2 * decibel(max(scale, 1e-3)))
-                self._add_bins(noisy[part], heard[part], clean[part])
+                self.add_bins(noisy[part], heard[part], clean[part])
 
     def _add_pauses(self, scene: Scene, noisy: np.ndarray, heard: np.ndarray) -> None:
         pause = np.ones(scene.length() - LAG // FRAME, dtype=bool)
@@ -76,7 +76,7 @@ class Suppression:
         self.before_later += float(np.sum(before[SETTLED:][pause[SETTLED:]]))
         self.after_later += float(np.sum(after[SETTLED:][pause[SETTLED:]]))
 
-    def _add_bins(self, noisy: np.ndarray, heard: np.ndarray, clean: np.ndarray) -> None:
+    def add_bins(self, noisy: np.ndarray, heard: np.ndarray, clean: np.ndarray) -> None:
         speech, noise, result = spectra(clean), spectra(noisy - clean), spectra(heard)
         dominant = speech > noise * 10 ** (DOMINANT / 10)
         dominant &= speech > np.max(speech) * 10 ** (-AUDIBLE / 10)

@@ -79,6 +79,20 @@ def primed(starts: dict) -> str:
     return text
 
 
+def cold(colds: dict) -> str:
+    text = (
+        "Cold start: attenuation in dB; distortion of speech in dB, without and with fast start\n"
+    )
+    widths = [14, 14, 15, 18, 22]
+    head = ["100 to 300 ms", "300 to 500", "first second", "begins with speech", "loud, then quiet"]
+    text += row(["", *head], widths)
+    for condition, one in colds.items():
+        cells = [f"{value:.1f}" for value in one.attenuation]
+        pairs = [f"{old:.1f} {new:6.1f}" for old, new in (one.speech_first, one.loud_first)]
+        text += row([label(condition), *cells, *pairs], widths)
+    return text
+
+
 def soak(hours: list) -> str:
     return "".join(
         f"{one.role}: {one.early} KiB after a minute of frames, {one.late} after an hour, "
@@ -94,6 +108,6 @@ def verdicts(found: list[Verdict]) -> str:
         word = "holds" if one.holds else "MISSED"
         if not one.binding:
             word += " (for information: depends on the machine)"
-        text += f"{one.name:<42}{one.value:8.3f} {sign} {one.floor:<6g} {word}\n"
+        text += f"{one.name:<62}{one.value:8.3f} {sign} {one.floor:<6g} {word}\n"
     binding = [one for one in found if one.binding]
     return text + f"{sum(one.holds for one in binding)} of {len(binding)} hold.\n"

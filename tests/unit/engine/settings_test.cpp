@@ -48,7 +48,7 @@ const std::string MMSE = "[engine]\nrole = mmse\n[mmse]\n";  // three lines
 TEST_F(EngineSettings, RoleAloneGivesTheDefaults) {
     const auto settings = load("[engine]\nrole = vad\n");
     EXPECT_EQ(settings.role, engine::Role::VAD);
-    EXPECT_EQ(settings.vad.start_margin_db, 10);
+    EXPECT_EQ(settings.vad.start_margin_db, 11);
     EXPECT_EQ(settings.vad.stay_margin_db, 6);
     EXPECT_EQ(settings.vad.onset_frames, 2);
     EXPECT_EQ(settings.vad.hangover_frames, 18);
