@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "FastStart.h"
 
+#include <algorithm>
+
 #include "LevelMeter.h"
 
 namespace engine {
@@ -15,6 +17,9 @@ constexpr float STILLNESS = 1.1f;  // dB
 // old one, or something was switched off. Louder noise may be a voice.
 constexpr float SOFTER = 6;  // dB
 
+// Noise alone is recognised well before this.
+constexpr size_t BEGINNING = 50;  // frames
+
 // Added to each sample: see VoiceDetector.
 constexpr double OFFSET = 1e-6;
 
@@ -22,18 +27,20 @@ constexpr double OFFSET = 1e-6;
 
 FastStart::FastStart() : filters_{{{150, 500}, {500, 1000}, {1000, 2000}, {2000, 4000}}} {}
 
-bool FastStart::isNewNoise(const Samples& samples) {
+FastStart::Noise FastStart::newNoise(const Samples& samples) {
     if (age_ >= LISTENING)
-        return false;
+        return Noise::NONE;
     hear(samples);
+    const bool silent = std::ranges::all_of(samples, [](int16_t sample) { return sample == 0; });
+    sounding_ = silent ? 0 : sounding_ + 1;
     if (age_ < FRAMES || !isStill())
-        return false;
+        return Noise::NONE;
     const float level = meanLevel();
-    const bool silent = level <= FLOOR_DBFS;  // all samples 0: noise is still to come
-    const bool is_new = level < known_ - SOFTER && !(silent && known_ == LOUDEST);
-    if (is_new)
-        known_ = silent ? LOUDEST : level;
-    return is_new;
+    const bool first = known_ == LOUDEST;
+    if (level >= known_ - SOFTER || (silent && first))
+        return Noise::NONE;
+    known_ = silent ? LOUDEST : level;  // behind silence noise is still to come
+    return first && sounding_ > BEGINNING ? Noise::BEHIND_SPEECH : Noise::ALONE;
 }
 
 void FastStart::hear(const Samples& samples) {

@@ -20,9 +20,14 @@ class FastStart {
 
     FastStart();
 
-    // Shows the next input frame; true if the latest FRAMES are noise that was not known yet: the
-    // first of the stream, or clearly softer than what was taken for noise before.
-    bool isNewNoise(const Samples& samples);
+    enum class Noise {
+        NONE,
+        ALONE,         // from the beginning of the stream on, or softer than what was taken for it
+        BEHIND_SPEECH  // in the first pause of a stream that began otherwise
+    };
+
+    // Shows the next input frame, and says whether the latest FRAMES are noise that was not known.
+    Noise newNoise(const Samples& samples);
 
     // The latest FRAMES, oldest first.
     std::vector<Samples> noise() const;
@@ -52,6 +57,7 @@ class FastStart {
     std::array<BandPass, BANDS> filters_;
     std::array<Heard, FRAMES> latest_;  // a ring
     size_t age_ = 0;                    // frames
+    size_t sounding_ = 0;               // frames since the latest one of silence
     float known_ = LOUDEST;             // level of the noise that was recognised, dBFS
 };
 

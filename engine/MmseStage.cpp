@@ -44,8 +44,8 @@ void MmseStage::accept(const AudioFrame& frame) {
     sink_(bytesOf(out));
     if (priming_.isComplete(frame))
         settle();
-    else if (frame.type == FRAME_DATA && cold_repeats_ > 0 && fast_start_.isNewNoise(frame.samples))
-        beginWithNoise();
+    else if (frame.type == FRAME_DATA && cold_repeats_ > 0)
+        listen(frame.samples);
 }
 
 // A new suppressor needs seconds to learn the noise. Hearing the ten frames over and over takes it
@@ -62,12 +62,25 @@ void MmseStage::settle() {
     fast_start_.stop();
 }
 
+// After speech the noise is heard half as often: what was lost of the speech that follows right
+// away would be more than if the suppressor had learned by itself.
+void MmseStage::listen(const Samples& samples) {
+    switch (fast_start_.newNoise(samples)) {
+        case FastStart::Noise::NONE:
+            return;
+        case FastStart::Noise::ALONE:
+            return beginWithNoise(cold_repeats_);
+        case FastStart::Noise::BEHIND_SPEECH:
+            return beginWithNoise(cold_repeats_ / 2);
+    }
+}
+
 // As if the stream had begun with this noise and nothing else. The last frame that is heard again
 // is the latest one, so that what comes next joins it without a gap.
-void MmseStage::beginWithNoise() {
+void MmseStage::beginWithNoise(int repeats) {
     suppressor_.reset();
     const std::vector<Samples> noise = fast_start_.noise();
-    for (int repeat = 0; repeat < cold_repeats_; ++repeat)
+    for (int repeat = 0; repeat < repeats; ++repeat)
         for (Samples samples : noise)
             suppressor_.process(samples);
 }

@@ -21,7 +21,8 @@ class MmseStage : public Stage {
 
   private:
     void settle();
-    void beginWithNoise();
+    void listen(const Samples& samples);
+    void beginWithNoise(int repeats);
 
     const int priming_repeats_;
     const int priming_gain_db_;

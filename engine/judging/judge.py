@@ -13,6 +13,7 @@ import numpy as np
 import cold
 import figures
 import floors
+import pauses
 import pipes
 import primed
 import recordings
@@ -102,7 +103,7 @@ def main() -> int:
         colds = dict(zip(PRIMED, pool.map(judge_cold, PRIMED, chunksize=1)))
         hours = [] if options.tune else pool.map(judge_soak, ["mmse", "vad"], chunksize=1)
     found = [tables.suppression(results), tables.activity(results), tables.primed(starts)]
-    found.append(tables.cold(colds))
+    found += [tables.cold(colds), pauses.table(engine)]
     print(*found, tables.soak(hours), sep="\n", end="")
     if options.write:
         text = "\n".join([*found, tables.soak(hours)])

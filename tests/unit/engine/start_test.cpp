@@ -19,6 +19,7 @@ constexpr int SECOND = 100;  // frames
 class EngineFastStart : public testing::Test {
   protected:
     using Sound = std::function<double(double seconds)>;
+    using Noise = engine::FastStart::Noise;
 
     engine::Samples next(const Sound& sound) {
         engine::Samples samples;
@@ -53,7 +54,7 @@ class EngineFastStart : public testing::Test {
     std::vector<int> found(int frames, const Sound& sound) {
         std::vector<int> result;
         for (int frame = 1; frame <= frames; ++frame)
-            if (start_.isNewNoise(next(sound)))
+            if (start_.newNoise(next(sound)) != Noise::NONE)
                 result.push_back(frame);
         return result;
     }
@@ -82,6 +83,24 @@ TEST_F(EngineFastStart, VoiceIsNoNoise) {
 TEST_F(EngineFastStart, NoiseBehindVoiceIsRecognised) {
     found(SECOND, voice);
     EXPECT_EQ(found(SECOND, white(30)).size(), 1u);
+}
+
+TEST_F(EngineFastStart, TellsNoiseAloneFromNoiseBehindSpeech) {
+    const auto first = [&](const Sound& sound) {
+        for (int frame = 0; frame < SECOND; ++frame)
+            if (const auto noise = start_.newNoise(next(sound)); noise != Noise::NONE)
+                return noise;
+        return Noise::NONE;
+    };
+    EXPECT_EQ(first(white(300)), Noise::ALONE);
+    EXPECT_EQ(first(voice), Noise::NONE);
+    EXPECT_EQ(first(white(30)), Noise::ALONE);  // softer than what was noise before
+    start_.reset();
+    EXPECT_EQ(first(voice), Noise::NONE);
+    EXPECT_EQ(first(white(30)), Noise::BEHIND_SPEECH);
+    start_.reset();
+    EXPECT_EQ(first(silence), Noise::NONE);
+    EXPECT_EQ(first(white(30)), Noise::ALONE);
 }
 
 TEST_F(EngineFastStart, ClearlySofterNoiseIsNew) {
@@ -127,7 +146,7 @@ TEST_F(EngineFastStart, TheNoiseIsTheLatestFramesInOrder) {
     std::vector<engine::Samples> frames;
     for (int frame = 0; frame < 33; ++frame) {
         frames.push_back(next(white(300)));
-        start_.isNewNoise(frames.back());
+        start_.newNoise(frames.back());
     }
     EXPECT_EQ(start_.noise(), std::vector(frames.end() - 20, frames.end()));
 }
