@@ -18,7 +18,7 @@ constexpr float STILLNESS = 1.1f;  // dB
 constexpr float SOFTER = 6;  // dB
 
 // Noise alone is recognised well before this.
-constexpr size_t BEGINNING = 50;  // frames
+constexpr size_t BEGINNING = 30;  // frames
 
 // Added to each sample: see VoiceDetector.
 constexpr double OFFSET = 1e-6;

@@ -11,7 +11,7 @@ from pathlib import Path
 import numpy as np
 
 import pipes
-from recordings import FRAME, RATE, Recording
+from recordings import FRAME, RATE, Recording, frame_levels
 from scenes import LEADS, above_lowest, make_noise
 from suppression import LAG, Suppression, decibel, power
 
@@ -20,6 +20,7 @@ SPANS = ((10, 30), (30, 50), (0, 100))  # frames: 100 to 300 ms, 300 to 500 ms, 
 SPOKEN = 30  # recordings that begin a stream, or are said after loud noise
 LOUD = 60  # frames of noise ten times as loud,
 QUIET = 40  # and frames until somebody speaks
+SYLLABLE = 15.0  # dB below the loudest frame of a recording
 FOLLOWED = 200  # frames of speech that are judged
 
 
@@ -56,6 +57,12 @@ def attenuation(engine: pipes.Engine, noise: np.ndarray) -> list[float]:
     return [decibel(power(before[part]) / power(after[part])) for part in parts]
 
 
+def first_syllable(one: Recording) -> int:
+    """The first frame that noise does not hide: before it a stream would begin with noise."""
+    levels = frame_levels(one.samples)
+    return int(np.argmax(levels > np.max(levels) - SYLLABLE))
+
+
 def distortion(
     engine: pipes.Engine, spoken: list[Recording], noise: np.ndarray, loud: bool
 ) -> float:
@@ -63,7 +70,7 @@ def distortion(
     lead = (LOUD + QUIET) * FRAME if loud else 0
     found = Suppression()
     for number, one in enumerate(spoken):
-        speech = one.samples[one.utterances[0][0] * FRAME :][: FOLLOWED * FRAME]
+        speech = one.samples[first_syllable(one) * FRAME :][: FOLLOWED * FRAME]
         clean = np.concatenate([np.zeros(lead), speech])
         hiss = noise[number * RATE :][: len(clean)].copy()
         if loud:
