@@ -18,9 +18,9 @@ constexpr float SPEECH_RANGE = 32;    // dB
 constexpr float FADING = 0.02f;       // dB a frame
 constexpr float FADING_AFTER = 0.1f;  // dB a frame
 
-// How far the voice comes down before a sentence is over. Neither its pitch nor its fall over 100 to
-// 300 ms, its rhythm, how abruptly it stops, nor all of them together told an end from a pause any
-// better on recordings to which they were not fitted.
+// How far the voice comes down before a sentence is over. Neither its pitch nor its fall over 100
+// to 300 ms, its rhythm, how abruptly it stops, nor all of them together told an end from a pause
+// any better on recordings to which they were not fitted.
 constexpr float SINKING = 7;     // dB
 constexpr float SUNK = 15;       // dB
 constexpr float RECENCY = 0.2f;  // share of the newest voiced frame in the recent level

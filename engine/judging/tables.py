@@ -83,7 +83,7 @@ def cold(colds: dict) -> str:
     text = (
         "Cold start: attenuation in dB; distortion of speech in dB, without and with fast start\n"
     )
-    widths = [14, 14, 15, 18, 22]
+    widths = [15, 14, 15, 21, 19]
     head = ["100 to 300 ms", "300 to 500", "first second", "begins with speech", "loud, then quiet"]
     text += row(["", *head], widths)
     for condition, one in colds.items():
