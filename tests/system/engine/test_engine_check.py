@@ -23,8 +23,11 @@ ANYWHERE = 100  # the frame at which it has a fault that could be anywhere
 BOUND = 400  # seconds; a check takes half a minute on a quiet machine
 AT_ONCE = 10  # trials; they wait most of the time
 LATE = "late"  # the one rule that a busy machine breaks for any engine
-SANITIZED = b"__asan_init" in Path(ENGINE).read_bytes()
-judges_time_and_memory = unittest.skipIf(SANITIZED, "a sanitizer takes time and memory of its own")
+PROGRAM = Path(ENGINE).read_bytes()
+judges_time_and_memory = unittest.skipIf(
+    b"__asan_init" in PROGRAM or PROGRAM.startswith(b"#!"),
+    "a sanitizer, or the script that starts an emulator, takes time and memory of its own",
+)
 
 STREAM = stream(voice(SPEECH))
 PLACES = [step.place for step in STREAM.steps]
