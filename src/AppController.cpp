@@ -187,10 +187,15 @@ void AppController::readVADData() {
         if (vad_connector_->read(frame, framesync::VAD_FRAME_SIZE, 0) != 0)
             return;
         if (vad_result_que_.size() < BACKLOG_LIMIT)
-            vad_result_que_.emplace_back(frame, frame + framesync::VAD_FRAME_SIZE);
+            keepVADFrame(frame);
         else
             warnOnce(vad_ahead_, "vad engine runs ahead. its newest frames are dropped.");
     }
+}
+
+void AppController::keepVADFrame(const char* frame) {
+    vad_frame_.assign(frame, frame + framesync::VAD_FRAME_SIZE);
+    vad_result_que_.push_back(std::move(vad_frame_));
 }
 
 void AppController::createResultData() {
@@ -220,6 +225,7 @@ void AppController::createResultData() {
             default:
                 throw AppControllerError("Invalid header type : " + std::to_string(vad));
         }
+        vad_frame_ = std::move(vad_result_que_.front());  // for its memory
         vad_result_que_.pop_front();
     }
 }

@@ -74,6 +74,7 @@ class AppController {
     void launchEngine(AppConnectorPtr& connector, const char* name, const std::string& setting);
     void dropUnanswered();
     void keepMMSEAnswer();
+    void keepVADFrame(const char* frame);
     bool dropAheadOfTOF(int vad, int mmse, int server);
     void addMarker(const ReceiveData& vad_frame);
 
@@ -87,7 +88,8 @@ class AppController {
     ReceiveQueue server_result_que_;   // input that the MMSE engine has, waiting to be lined up
     ReceiveQueue mmse_process_que_;    // finished noise-suppressed frames
     ReceiveQueue server_process_que_;  // finished input frames
-    ReceiveData mmse_frame_;           // the frame being read; kept for its memory
+    ReceiveData mmse_frame_;           // the frame that was read last; kept for its memory
+    ReceiveData vad_frame_;            // the same
     std::string app_dir_;              // path of the engine executable
     std::string mmse_setting_;
     std::string vad_setting_;
