@@ -3,6 +3,7 @@
 """Measures the default engine on speech that it was not tuned on; status 0 if all floors hold."""
 import argparse
 import multiprocessing
+import os
 import sys
 import time
 from dataclasses import dataclass
@@ -20,6 +21,7 @@ import recordings
 import scenes
 import soak
 import tables
+import words
 from activity import Activity
 from suppression import Suppression
 
@@ -70,6 +72,10 @@ def judge_cold(condition: tuple[str, float]) -> cold.Cold:
     return cold.measure(job.engine, *condition, job.talkers, job.speech)
 
 
+def judge_words(condition: tuple[str, float]) -> words.Words:
+    return words.measure(job.engine, *condition, job.talkers, words.spoken())
+
+
 def judge_soak(role: str) -> soak.Soak:
     scene = scenes.build(job.speech, job.talkers, "pink", 5)[0]
     minute = pipes.stream(np.resize(scene.noisy(), (soak.MINUTE - 2) * recordings.FRAME))
@@ -82,10 +88,22 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--tune", action="store_true", help="tuning set, no floors, no soak")
     parser.add_argument("--spare", action="store_true", help="other recordings to judge by")
     parser.add_argument("--write", action="store_true", help="tables into docs/figures.md as well")
+    parser.add_argument("--words", action="store_true", help="what a recogniser understands, only")
     parser.add_argument("--build", type=Path, default=ROOT / "build/release", help="(%(default)s)")
     parser.add_argument("--mmse", type=Path, help="other settings for noise suppression")
     parser.add_argument("--vad", type=Path, help="other settings for voice activity")
     return parser.parse_args()
+
+
+def print_words(options: argparse.Namespace) -> None:
+    """The recordings whose words are known; babble is that of the set that was asked for."""
+    cores = len(os.sched_getaffinity(0))
+    with multiprocessing.get_context("fork").Pool(cores) as pool:
+        found = pool.map(judge_words, words.CONDITIONS, chunksize=1)
+    text = tables.words(words.whole(words.spoken()), dict(zip(words.CONDITIONS, found)))
+    print(text, end="")
+    if options.write:
+        figures.write("words", f"{figures.machine(options.build)}:\n\n```\n{text.strip()}\n```")
 
 
 def main() -> int:
@@ -95,6 +113,10 @@ def main() -> int:
     engine = pipes.Engine(options.build / "tolvanev-engine", mmse, vad)
     load = recordings.tuning if options.tune else lambda: recordings.judging(options.spare)
     job = Job(engine, *load())
+    if options.words:
+        print_words(options)
+        print(f"{time.monotonic() - began:.0f} s")
+        return 0
     print(tables.heading(job.speech, options.tune), flush=True)
     # One process a core and at most as many engines at a time, so that CPU times mean something.
     with multiprocessing.get_context("fork").Pool() as pool:

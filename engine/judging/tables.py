@@ -4,6 +4,7 @@ from collections import Counter
 from pathlib import Path
 
 from floors import Verdict, percentile
+from recogniser import Errors
 from recordings import FRAME, RATE, Recording
 from scenes import LEADS
 
@@ -91,6 +92,24 @@ def cold(colds: dict) -> str:
         pairs = [f"{old:.1f} {new:6.1f}" for old, new in (one.speech_first, one.loud_first)]
         text += row([label(condition), *cells, *pairs], widths)
     return text
+
+
+def errors(one: Errors) -> str:
+    return f"{100 * one.rate():.1f}: {one.substituted:3} {one.deleted:3} {one.inserted:3}"
+
+
+def words(whole: Errors, results: dict) -> str:
+    text = (
+        f"Words: % wrong of {whole.words}: substituted, deleted, inserted; {errors(whole)} of the\n"
+        "recordings as they are, these from START to END, at the same places in all three\n"
+    )
+    widths = [20, 20, 20]
+    text += row(["", "noisy", "cleaned", "clean"], widths)
+    for condition, one in results.items():
+        text += row([label(condition), *map(errors, one.all())], widths)
+    noisy = [one.all() for (kind, _), one in results.items() if kind != "clean"]
+    sums = [sum(column, Errors()) for column in zip(*noisy)]
+    return text + row(["all noise", *map(errors, sums)], widths)
 
 
 def soak(hours: list) -> str:
