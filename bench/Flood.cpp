@@ -2,8 +2,8 @@
 #include "Flood.h"
 
 #include <linux/sockios.h>
+#include <linux/tcp.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -29,10 +29,17 @@ constexpr auto QUIET = 80ms;              // a pass without input waits 100 ms f
 constexpr auto SILENCE = 20s;             // of a program that is given up; valgrind is slow
 constexpr uint64_t LAST_OUT = 64;         // frames of silence that move the last ones out, and more
 
-// True while some of what was sent does not fit into the peer's window.
-bool heldBack(int socket) {
-    int bytes = 0;
-    return ioctl(socket, SIOCOUTQNSD, &bytes) == 0 && bytes > 0;
+// Frames that the peer's window has room for. The system would cut the next one where that ends,
+// and the bridge take either piece for a frame.
+uint32_t roomAtPeer(int socket) {
+    tcp_info info{};
+    socklen_t size = sizeof(info);
+    int under_way = 0;  // bytes that are not acknowledged yet
+    if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0 ||
+        ioctl(socket, SIOCOUTQ, &under_way) != 0)
+        throw std::runtime_error("the connection tells nothing of itself");
+    const auto used = static_cast<uint32_t>(under_way);
+    return info.tcpi_snd_wnd > used ? (info.tcpi_snd_wnd - used) / sizeof(BenchFrame) : 0;
 }
 
 // True while the peer of this IPv4 connection, on the same machine, has not read all that came.
@@ -131,13 +138,10 @@ void Flood::transmit(uint32_t last) {
 
 void Flood::flood(uint32_t last) {
     while (sent_ < last) {
-        // What is held back is sent later in other pieces, and a piece that ends amid a frame would
-        // be taken for a whole one; so nothing is added to it.
-        const bool held_back = heldBack(plan_.voice);
-        if (const uint32_t room = roomInWindow(); room > 0 && !held_back)
-            send(std::min({room, last - sent_, SEND_AT_ONCE}));
+        const uint32_t fit = roomAtPeer(plan_.voice);
+        send(std::min({fit, roomInWindow(), last - sent_, SEND_AT_ONCE}));
         const bool full = roomInWindow() == 0;
-        if (!exchange(full ? STANDSTILL_MS : held_back ? 1 : 0) && full)
+        if (!exchange(full ? STANDSTILL_MS : fit == 0 ? 1 : 0) && full)
             window_ = std::min(window_ + WIDER, WINDOW_MOST);
     }
 }
@@ -173,6 +177,8 @@ void Flood::noteRenewals() {
 }
 
 void Flood::send(uint32_t count) {
+    if (count == 0)
+        return;
     BenchFrame frames[SEND_AT_ONCE];
     for (uint32_t i = 0; i < count; ++i)
         frames[i] = numbered(++sent_);
