@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: MIT
+#include "Child.h"
+
+#include <signal.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <utility>
+
+namespace node {
+
+namespace {
+
+constexpr milliseconds REST_PERIOD{50};
+enum PipeEnd { READ_END, WRITE_END };
+
+// Our end of each pipe does not block, the child's does.
+using PipePair = std::array<uv_file, 2>;
+PipePair makePipe(PipeEnd ours) {
+    PipePair pair{};
+    check(uv_pipe(pair.data(), ours == READ_END ? UV_NONBLOCK_PIPE : 0,
+                  ours == WRITE_END ? UV_NONBLOCK_PIPE : 0),
+          "pipe");
+    return pair;
+}
+
+struct PendingWrite {
+    uv_write_t request{};
+    std::string bytes;
+};
+
+std::vector<char*> pointers(std::vector<std::string>& words) {
+    std::vector<char*> list;
+    for (std::string& word : words)
+        list.push_back(word.data());
+    list.push_back(nullptr);
+    return list;
+}
+
+std::vector<std::string> environmentWith(const std::vector<std::string>& more) {
+    std::vector<std::string> all;
+    for (char** entry = environ; *entry; ++entry)
+        all.emplace_back(*entry);
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+}
+
+bool anyLeft(pid_t group) {
+    return kill(-group, 0) == 0 || errno == EPERM;
+}
+
+}  // namespace
+
+std::string Ending::text() const {
+    if (signal == 0)
+        return "status " + std::to_string(status);
+    const char* const name = sigabbrev_np(signal);
+    return name ? std::string("SIG") + name : "signal " + std::to_string(signal);
+}
+
+Reaper::Reaper(Loop& loop) : watch_(loop, SIGCHLD, [this] { collect(); }) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+}
+
+// libuv waits for the processes that it has started, one by one, and for no other. So this takes
+// strays until it meets one of those; their own exit calls again for what stood behind it.
+void Reaper::collect() {
+    siginfo_t info{};
+    while (waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0 &&
+           !children_.contains(info.si_pid)) {
+        const pid_t group = getpgid(info.si_pid);
+        int status = 0;
+        waitpid(info.si_pid, &status, 0);
+        Ending ending{info.si_pid};
+        if (WIFSIGNALED(status))
+            ending.signal = WTERMSIG(status);
+        else
+            ending.status = WEXITSTATUS(status);
+        const auto owner = groups_.find(group);
+        if (owner != groups_.end())
+            owner->second->events_.on_stray(ending);
+        info.si_pid = 0;
+    }
+    std::vector<Child*> children;
+    for (const auto& [group, child] : groups_)
+        children.push_back(child);
+    for (Child* const child : children) {
+        if (groups_.contains(child->pid_) && groups_[child->pid_] == child)
+            child->lookForRest();
+    }
+}
+
+Child::Child(Loop& loop, Reaper& reaper, const std::vector<std::string>& words,
+             const std::vector<std::string>& environment, ChildEvents events)
+    : reaper_(reaper),
+      events_(std::move(events)),
+      process_(new uv_process_t{}),
+      rest_timer_(loop, [this] { lookForRest(); }) {
+    // What nobody asked for is not called.
+    if (!events_.on_output)
+        events_.on_output = [](std::string_view) {};
+    if (!events_.on_errors)
+        events_.on_errors = [](std::string_view) {};
+    if (!events_.on_exit)
+        events_.on_exit = [](const Ending&) {};
+    if (!events_.on_stray)
+        events_.on_stray = [](const Ending&) {};
+    const PipePair in = makePipe(WRITE_END);
+    const PipePair out = makePipe(READ_END);
+    const PipePair err = makePipe(READ_END);
+    input_.reset(new uv_pipe_t{});
+    uv_pipe_init(loop.get(), input_.get(), 0);
+    uv_pipe_open(input_.get(), in[WRITE_END]);
+    output_ =
+        std::make_unique<PipeReader>(loop, out[READ_END], events_.on_output, events_.on_output_end);
+    errors_ = std::make_unique<PipeReader>(loop, err[READ_END], events_.on_errors, nullptr);
+    const int ends[] = {in[READ_END], out[WRITE_END], err[WRITE_END]};
+    start(loop, words, environment, ends);
+}
+
+void Child::start(Loop& loop, const std::vector<std::string>& words,
+                  const std::vector<std::string>& environment, const int (&ends)[3]) {
+    // A child that only reads its input would not notice our end while it waits for something
+    // else: the bridge looks at it in its passes, which begin when both peers are there.
+    std::vector<std::string> arguments = {"setpriv", "--pdeathsig", "SIGKILL", "--"};
+    arguments.insert(arguments.end(), words.begin(), words.end());
+    std::vector<std::string> variables = environmentWith(environment);
+    std::vector<char*> argument_list = pointers(arguments);
+    std::vector<char*> variable_list = pointers(variables);
+    std::array<uv_stdio_container_t, 3> streams{};
+    for (size_t i = 0; i < streams.size(); ++i) {
+        streams[i].flags = UV_INHERIT_FD;
+        streams[i].data.fd = ends[i];
+    }
+    uv_process_options_t options{};
+    options.file = arguments.front().c_str();
+    options.args = argument_list.data();
+    options.env = variable_list.data();
+    options.flags = UV_PROCESS_DETACHED;
+    options.stdio = streams.data();
+    options.stdio_count = static_cast<int>(streams.size());
+    options.exit_cb = [](uv_process_t* process, int64_t status, int signal) {
+        if (auto* const child = static_cast<Child*>(process->data))
+            child->exitedWith({process->pid, static_cast<int>(status), signal});
+    };
+    process_->data = this;
+    const int result = uv_spawn(loop.get(), process_.get(), &options);
+    for (const int end : ends)
+        close(end);
+    check(result, words.front());
+    pid_ = process_->pid;
+    reaper_.children_[pid_] = this;
+    reaper_.groups_[pid_] = this;
+}
+
+Child::~Child() {
+    if (pid_ == 0)
+        return;
+    reaper_.groups_.erase(pid_);
+    reaper_.children_.erase(pid_);
+    if (!gone_)
+        kill(-pid_, SIGKILL);
+}
+
+void Child::signal(int number) {
+    if (!exited_)
+        kill(pid_, number);
+}
+
+void Child::signalGroup(int number) {
+    if (!gone_)
+        kill(-pid_, number);
+}
+
+bool Child::write(std::string bytes) {
+    if (!input_)
+        return false;
+    auto* const pending = new PendingWrite{{}, std::move(bytes)};
+    pending->request.data = pending;
+    uv_buf_t buffer =
+        uv_buf_init(pending->bytes.data(), static_cast<unsigned>(pending->bytes.size()));
+    const int result = uv_write(
+        &pending->request, reinterpret_cast<uv_stream_t*>(input_.get()), &buffer, 1,
+        [](uv_write_t* request, int) { delete static_cast<PendingWrite*>(request->data); });
+    if (result < 0)
+        delete pending;
+    return result >= 0;
+}
+
+size_t Child::waitingInput() const {
+    return input_ ? uv_stream_get_write_queue_size(reinterpret_cast<uv_stream_t*>(input_.get()))
+                  : 0;
+}
+
+size_t Child::unreadInput() const {
+    uv_os_fd_t fd = -1;
+    int unread = 0;
+    if (!input_ || uv_fileno(reinterpret_cast<uv_handle_t*>(input_.get()), &fd) < 0 ||
+        ioctl(fd, FIONREAD, &unread) < 0)
+        return 0;
+    return static_cast<size_t>(unread);
+}
+
+void Child::closeInput() {
+    if (!input_)
+        return;
+    // The handle is closed behind its last write, and not before.
+    auto* const request = new uv_shutdown_t{};
+    auto* const handle = input_.release();
+    const int result =
+        uv_shutdown(request, reinterpret_cast<uv_stream_t*>(handle), [](uv_shutdown_t* done, int) {
+            Handle<uv_pipe_t>(reinterpret_cast<uv_pipe_t*>(done->handle));
+            delete done;
+        });
+    if (result < 0) {
+        delete request;
+        Handle<uv_pipe_t> closed(handle);
+    }
+}
+
+void Child::exitedWith(const Ending& ending) {
+    exited_ = true;
+    reaper_.children_.erase(pid_);
+    events_.on_exit(ending);
+    rest_timer_.every(REST_PERIOD);
+    reaper_.collect();
+}
+
+void Child::lookForRest() {
+    if (!exited_ || gone_ || anyLeft(pid_))
+        return;
+    gone_ = true;
+    rest_timer_.stop();
+    reaper_.groups_.erase(pid_);
+    const auto on_gone = events_.on_gone;
+    if (on_gone)
+        on_gone();  // may destroy this
+}
+
+}  // namespace node
