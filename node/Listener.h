@@ -52,6 +52,7 @@ struct SpeechEdge {
 enum class Cut {
     END,      // END came
     STREAM,   // EOF, TOF or another START came without it
+    GAP,      // no frame came for a second: they are held back, or the bridge hangs
     RESTART,  // the bridge ended
     LENGTH,   // longer than --utterance-max
 };

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#include "RunReason.h"
+
+#include <signal.h>
+
+#include <algorithm>
+
+namespace node {
+
+namespace {
+
+// The first row whose text stands in one of the last messages, newest message first.
+struct Row {
+    const char* text;
+    const char* reason;
+    bool quote;  // the message tells more
+};
+constexpr Row TABLE[] = {
+    {"[VoiceServerError] Data connector", "voice server reset the connection", false},
+    {"[SoundClientError]",
+     "sound client reset the connection, or cut a DATA header inside its digits", false},
+    {"[ROSConnectorError]", "its standard input or output failed", true},
+    {"Invalid header type", "a frame was torn or of an unknown type", true},
+    {"launch failed", "no process or pipe for an engine", true},
+    {"[AppcontrollerError]",
+     "the engines' frames are not what they should be; are -m and -v exchanged?", true},
+    {"Invalid log level.", "wrong option: --log_level is err, warn, info or debug", false},
+    {"undefined option", "wrong option", true},
+    {"ambiguous short option", "wrong option", true},
+    {"undefined short option", "wrong option", true},
+    {"option needs value", "wrong option", true},
+    {"option value is invalid", "wrong option", true},
+    {"usage: ", "it printed its help text", false},
+    {"is this program itself", "the engine is the bridge itself", false},
+};
+
+std::string quoted(const Row& row, const std::string& message) {
+    return row.quote ? std::string(row.reason) + ": " + message : row.reason;
+}
+
+// How the first engine ended that did not end in good order; empty when all did.
+std::string brokenEngine(const std::vector<Ending>& engines) {
+    for (const Ending& engine : engines) {
+        if (engine.status != 0 || (engine.signal != 0 && engine.signal != SIGTERM))
+            return "an engine ended with " + engine.text();
+    }
+    return "";
+}
+
+std::string brokenPipe(const RunEvidence& evidence) {
+    const std::string engine = brokenEngine(evidence.engines);
+    if (!engine.empty())
+        return engine;
+    if (evidence.had_frames)
+        return "voice server closed the connection";
+    return "voice server closed the connection, or an engine ended at once (--check tells whether "
+           "its settings are wrong)";
+}
+
+}  // namespace
+
+std::string reasonOf(const RunEvidence& evidence) {
+    if (evidence.ending.signal == SIGPIPE)
+        return brokenPipe(evidence);
+    if (evidence.ending.signal != 0)
+        return "killed by " + evidence.ending.text();
+    for (auto message = evidence.messages.rbegin(); message != evidence.messages.rend();
+         ++message) {
+        for (const Row& row : TABLE) {
+            if (message->find(row.text) != std::string::npos)
+                return quoted(row, *message);
+        }
+    }
+    if (evidence.ending.status != 0)
+        return "ended with " + evidence.ending.text();
+    return "was interrupted, or ended without a word";
+}
+
+}  // namespace node

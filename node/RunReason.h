@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// Why a run of the bridge ended, in one line for people. The bridge's exit status is 0 whatever
+// happened, so this goes by its last messages, by the signal that killed it and by how its engines
+// ended. README.md has the table of all ends.
+#ifndef TOLVANEV_NODE_RUN_REASON_H
+#define TOLVANEV_NODE_RUN_REASON_H
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "Child.h"
+
+namespace node {
+
+// What is known of a run when it is over.
+struct RunEvidence {
+    Ending ending;                     // of the bridge
+    std::vector<Ending> engines;       // those that outlived it, or had ended when it did
+    std::deque<std::string> messages;  // the last ones, without time and level; newest last
+    bool had_frames = false;
+};
+
+std::string reasonOf(const RunEvidence& evidence);
+
+}  // namespace node
+
+#endif
