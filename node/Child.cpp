@@ -8,8 +8,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <string_view>
 #include <utility>
 
 namespace node {
@@ -19,15 +21,29 @@ namespace {
 constexpr milliseconds REST_PERIOD{50};
 enum PipeEnd { READ_END, WRITE_END };
 
-// Our end of each pipe does not block, the child's does.
-using PipePair = std::array<uv_file, 2>;
-PipePair makePipe(PipeEnd ours) {
-    PipePair pair{};
-    check(uv_pipe(pair.data(), ours == READ_END ? UV_NONBLOCK_PIPE : 0,
-                  ours == WRITE_END ? UV_NONBLOCK_PIPE : 0),
-          "pipe");
-    return pair;
-}
+// Our end does not block, the child's does. Closes what nobody has taken.
+class PipePair {
+  public:
+    PipePair(PipeEnd ours, const std::string& what) : ours_(ours) {
+        check(uv_pipe(ends_.data(), ours == READ_END ? UV_NONBLOCK_PIPE : 0,
+                      ours == WRITE_END ? UV_NONBLOCK_PIPE : 0),
+              what);
+    }
+    PipePair(const PipePair&) = delete;
+    PipePair& operator=(const PipePair&) = delete;
+    ~PipePair() {
+        for (const uv_file end : ends_) {
+            if (end >= 0)
+                close(end);
+        }
+    }
+    uv_file takeOurs() { return std::exchange(ends_[ours_], -1); }
+    uv_file theirs() const { return ends_[1 - ours_]; }
+
+  private:
+    const PipeEnd ours_;
+    std::array<uv_file, 2> ends_{-1, -1};
+};
 
 struct PendingWrite {
     uv_write_t request{};
@@ -44,8 +60,12 @@ std::vector<char*> pointers(std::vector<std::string>& words) {
 
 std::vector<std::string> environmentWith(const std::vector<std::string>& more) {
     std::vector<std::string> all;
-    for (char** entry = environ; *entry; ++entry)
-        all.emplace_back(*entry);
+    for (char** entry = environ; *entry; ++entry) {
+        const std::string_view name = std::string_view(*entry).substr(0, strcspn(*entry, "=") + 1);
+        // Of two with one name programs would take the first, shells the last.
+        if (std::ranges::none_of(more, [&](const auto& one) { return one.starts_with(name); }))
+            all.emplace_back(*entry);
+    }
     all.insert(all.end(), more.begin(), more.end());
     return all;
 }
@@ -97,10 +117,7 @@ void Reaper::collect() {
 
 Child::Child(Loop& loop, Reaper& reaper, const std::vector<std::string>& words,
              const std::vector<std::string>& environment, ChildEvents events)
-    : reaper_(reaper),
-      events_(std::move(events)),
-      process_(new uv_process_t{}),
-      rest_timer_(loop, [this] { lookForRest(); }) {
+    : reaper_(reaper), events_(std::move(events)), rest_timer_(loop, [this] { lookForRest(); }) {
     // What nobody asked for is not called.
     if (!events_.on_output)
         events_.on_output = [](std::string_view) {};
@@ -110,16 +127,17 @@ Child::Child(Loop& loop, Reaper& reaper, const std::vector<std::string>& words,
         events_.on_exit = [](const Ending&) {};
     if (!events_.on_stray)
         events_.on_stray = [](const Ending&) {};
-    const PipePair in = makePipe(WRITE_END);
-    const PipePair out = makePipe(READ_END);
-    const PipePair err = makePipe(READ_END);
+    PipePair in(WRITE_END, words.front());
+    PipePair out(READ_END, words.front());
+    PipePair err(READ_END, words.front());
     input_.reset(new uv_pipe_t{});
     uv_pipe_init(loop.get(), input_.get(), 0);
-    uv_pipe_open(input_.get(), in[WRITE_END]);
-    output_ =
-        std::make_unique<PipeReader>(loop, out[READ_END], events_.on_output, events_.on_output_end);
-    errors_ = std::make_unique<PipeReader>(loop, err[READ_END], events_.on_errors, nullptr);
-    const int ends[] = {in[READ_END], out[WRITE_END], err[WRITE_END]};
+    input_->data = this;
+    uv_pipe_open(input_.get(), in.takeOurs());
+    output_ = std::make_unique<PipeReader>(loop, out.takeOurs(), events_.on_output,
+                                           events_.on_output_end);
+    errors_ = std::make_unique<PipeReader>(loop, err.takeOurs(), events_.on_errors, nullptr);
+    const int ends[] = {in.theirs(), out.theirs(), err.theirs()};
     start(loop, words, environment, ends);
 }
 
@@ -148,11 +166,9 @@ void Child::start(Loop& loop, const std::vector<std::string>& words,
         if (auto* const child = static_cast<Child*>(process->data))
             child->exitedWith({process->pid, static_cast<int>(status), signal});
     };
+    process_.reset(new uv_process_t{});  // uv_spawn makes it one that can be closed, in any case
     process_->data = this;
-    const int result = uv_spawn(loop.get(), process_.get(), &options);
-    for (const int end : ends)
-        close(end);
-    check(result, words.front());
+    check(uv_spawn(loop.get(), process_.get(), &options), words.front());
     pid_ = process_->pid;
     reaper_.children_[pid_] = this;
     reaper_.groups_[pid_] = this;
@@ -178,7 +194,7 @@ void Child::signalGroup(int number) {
 }
 
 bool Child::write(std::string bytes) {
-    if (!input_)
+    if (!input_ || closing_)
         return false;
     auto* const pending = new PendingWrite{{}, std::move(bytes)};
     pending->request.data = pending;
@@ -207,34 +223,44 @@ size_t Child::unreadInput() const {
 }
 
 void Child::closeInput() {
-    if (!input_)
+    if (!input_ || closing_)
         return;
-    // The handle is closed behind its last write, and not before.
+    // Closed behind the last write, and not before; ours until then, since someone who neither
+    // reads nor ends would keep it for ever.
+    closing_ = true;
     auto* const request = new uv_shutdown_t{};
-    auto* const handle = input_.release();
-    const int result =
-        uv_shutdown(request, reinterpret_cast<uv_stream_t*>(handle), [](uv_shutdown_t* done, int) {
-            Handle<uv_pipe_t>(reinterpret_cast<uv_pipe_t*>(done->handle));
+    const int result = uv_shutdown(
+        request, reinterpret_cast<uv_stream_t*>(input_.get()), [](uv_shutdown_t* done, int) {
+            if (auto* const child = static_cast<Child*>(done->handle->data))
+                child->input_.reset();
             delete done;
         });
     if (result < 0) {
         delete request;
-        Handle<uv_pipe_t> closed(handle);
+        input_.reset();
     }
 }
 
 void Child::exitedWith(const Ending& ending) {
     exited_ = true;
     reaper_.children_.erase(pid_);
+    takeRest();
     events_.on_exit(ending);
     rest_timer_.every(REST_PERIOD);
     reaper_.collect();
+}
+
+// The end of a process may be known ahead of what it wrote last.
+void Child::takeRest() {
+    output_->takeRest();
+    errors_->takeRest();
 }
 
 void Child::lookForRest() {
     if (!exited_ || gone_ || anyLeft(pid_))
         return;
     gone_ = true;
+    takeRest();
     rest_timer_.stop();
     reaper_.groups_.erase(pid_);
     const auto on_gone = events_.on_gone;

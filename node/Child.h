@@ -50,7 +50,9 @@ struct ChildEvents {
     PipeReader::OnBytes on_output;
     PipeReader::OnBytes on_errors;
     std::function<void()> on_output_end;
-    std::function<void(const Ending&)> on_exit;   // the process itself
+    // The process itself; what it has written by then has been handed on, as has what the others
+    // have written ahead of on_gone.
+    std::function<void(const Ending&)> on_exit;
     std::function<void(const Ending&)> on_stray;  // another process of its group
     // Nothing of the group is left. Comes after on_exit, possibly within the same call.
     std::function<void()> on_gone;
@@ -59,7 +61,7 @@ struct ChildEvents {
 class Child {
   public:
     // Starts it; throws a NodeError that names the program. environment: "NAME=value", in addition
-    // to ours.
+    // to ours or in the place of what has that name there.
     Child(Loop& loop, Reaper& reaper, const std::vector<std::string>& words,
           const std::vector<std::string>& environment, ChildEvents events);
     Child(const Child&) = delete;
@@ -77,19 +79,21 @@ class Child {
     bool write(std::string bytes);
     size_t waitingInput() const;  // bytes queued here
     size_t unreadInput() const;   // bytes in the pipe that it has not read
-    void closeInput();            // behind what is queued
+    void closeInput();            // behind what is queued; a second call does nothing
 
   private:
     friend class Reaper;
     void start(Loop& loop, const std::vector<std::string>& words,
                const std::vector<std::string>& environment, const int (&ends)[3]);
     void exitedWith(const Ending& ending);
+    void takeRest();
     void lookForRest();
 
     Reaper& reaper_;
     ChildEvents events_;
     Handle<uv_process_t> process_;
     Handle<uv_pipe_t> input_;  // null = closed
+    bool closing_ = false;     // as soon as all that is queued is written
     std::unique_ptr<PipeReader> output_;
     std::unique_ptr<PipeReader> errors_;
     Timer rest_timer_;  // looks for what is left of the group, where no signal tells

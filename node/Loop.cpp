@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "Loop.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <utility>
 
 namespace node {
@@ -106,6 +110,20 @@ PipeReader::PipeReader(Loop& loop, int fd, OnBytes on_bytes, std::function<void(
             if (reader->on_end_)
                 std::exchange(reader->on_end_, nullptr)();
         });
+}
+
+void PipeReader::takeRest() {
+    uv_os_fd_t fd = -1;
+    int unread = 0;
+    if (uv_fileno(plain(handle_), &fd) < 0 || ioctl(fd, FIONREAD, &unread) < 0)
+        return;
+    for (auto left = static_cast<size_t>(unread); left > 0;) {
+        const ssize_t count = read(fd, buffer_.data(), std::min(left, buffer_.size()));
+        if (count <= 0)
+            return;
+        left -= static_cast<size_t>(count);
+        on_bytes_({buffer_.data(), static_cast<size_t>(count)});
+    }
 }
 
 struct Background::Work {

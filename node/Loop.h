@@ -90,6 +90,11 @@ class PipeReader {
     // Owns fd from now on. on_end is called once, at the end of the pipe or at an error, which are
     // the same here: nothing more will come.
     PipeReader(Loop& loop, int fd, OnBytes on_bytes, std::function<void()> on_end);
+    PipeReader(const PipeReader&) = delete;
+    PipeReader& operator=(const PipeReader&) = delete;
+
+    // Hands on at once what is in the pipe by now, but nothing that is written meanwhile.
+    void takeRest();
 
   private:
     OnBytes on_bytes_;
