@@ -8,7 +8,8 @@ namespace node {
 
 namespace {
 
-constexpr std::string_view PATTERN = "- 00:00:00.000 ";  // '0' is any digit
+constexpr std::string_view CONNECTING = "Connecting to Server ... ";  // without a line feed
+constexpr std::string_view PATTERN = "- 00:00:00.000 ";               // '0' is any digit
 
 bool beginsWithTime(std::string_view line) {
     if (line.size() < PATTERN.size())
@@ -28,13 +29,7 @@ Level levelOf(std::string_view text) {
                                                                             : Level::INFO;
 }
 
-}  // namespace
-
-Message parseBridgeLine(const std::string& line) {
-    std::string_view text = line;
-    // A line that was begun without a line feed may have a whole one behind it.
-    while (text.ends_with(' ') || text.ends_with('\r'))
-        text.remove_suffix(1);
+Message parseOne(std::string_view text) {
     if (!beginsWithTime(text))
         return {levelOf(text), true, std::string(text)};
     text.remove_prefix(PATTERN.size());
@@ -47,6 +42,20 @@ Message parseBridgeLine(const std::string& line) {
             return {level, true, std::string(text.substr(tag.size()))};
     }
     return {Level::INFO, true, std::string(text)};
+}
+
+}  // namespace
+
+std::vector<Message> parseBridgeLine(const std::string& line) {
+    std::string_view text = line;
+    while (text.ends_with(' ') || text.ends_with('\r'))
+        text.remove_suffix(1);
+    if (text.empty())
+        return {};
+    if (text.starts_with(CONNECTING) && beginsWithTime(text.substr(CONNECTING.size())))
+        return {parseOne(text.substr(0, CONNECTING.size() - 1)),
+                parseOne(text.substr(CONNECTING.size()))};
+    return {parseOne(text)};
 }
 
 bool saysConnected(const std::string& text) {

@@ -5,13 +5,15 @@
 #define TOLVANEV_NODE_BRIDGE_MESSAGE_H
 
 #include <string>
+#include <vector>
 
 #include "Listener.h"
 
 namespace node {
 
-// The message without its time; never empty unless the line was.
-Message parseBridgeLine(const std::string& line);
+// The messages of a line, without their times: none for an empty line, two where the first was
+// written without a line feed.
+std::vector<Message> parseBridgeLine(const std::string& line);
 
 // True for the text with which the bridge says that both peers are there.
 bool saysConnected(const std::string& text);

@@ -15,8 +15,8 @@ namespace node {
 
 enum class State {
     STARTING,    // the bridge is being started
-    CONNECTING,  // it runs; no frame has come from it yet
-    STREAMING,   // frames come
+    CONNECTING,  // it runs and waits for its peers
+    STREAMING,   // both peers are there
     RESTARTING,  // it has ended; the next one is started after a pause
     STOPPING,    // the node was told to end
 };

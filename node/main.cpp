@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: MIT
+// tolvanev-node: from the command line to one running Node with its outputs. docs/node.md explains
+// it to who runs a robot.
+#include <signal.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <iostream>
+
+#include "Ask.h"
+#include "Control.h"
+#include "EventLog.h"
+#include "ExecCommand.h"
+#include "FrameOutput.h"
+#include "Metrics.h"
+#include "Node.h"
+#include "Options.h"
+#include "RepeatFilter.h"
+#include "WavFiles.h"
+
+namespace {
+
+using namespace node;
+
+constexpr size_t UNWRITTEN_MESSAGES = 256 * 1024;  // bytes; what nobody reads is dropped
+constexpr milliseconds LAST_WORDS{500};            // for standard error, at the end
+
+// The node with all that the command line asks for. Destroyed in the reverse order: outputs go
+// before what they stand on.
+class Program {
+  public:
+    Program(Loop& loop, const Options& options)
+        : loop_(loop),
+          options_(options),
+          errors_(Sink::onDescriptor(loop, STDERR_FILENO, UNWRITTEN_MESSAGES)),
+          log_([this](const Message& message) { say(message); }),
+          node_(loop, log_, options.node),
+          interrupt_(loop, SIGINT, [this] { stop("SIGINT"); }),
+          terminate_(loop, SIGTERM, [this] { stop("SIGTERM"); }),
+          hang_up_(loop, SIGHUP, [this] { stop("SIGHUP"); }),
+          last_words_(loop, [this] { loop_.stop(); }) {
+        addOutputs();
+    }
+
+    // Returns when the node has ended, with its exit status.
+    int run() {
+        node_.start();
+        loop_.run();
+        return 0;
+    }
+    bool idle() const { return errors_->idle() && !unfinished_; }
+
+  private:
+    void addOutputs();
+    void addExec();
+    void say(const Message& message);
+    void stop(const std::string& why);
+
+    Loop& loop_;
+    const Options& options_;
+    std::unique_ptr<Sink> errors_;
+    const bool journal_ = journalReads();
+    RepeatFilter filter_;
+    Log log_;
+    Node node_;
+    EventLog* events_ = nullptr;  // the node's; null = not wanted
+    bool unfinished_ = false;
+    SignalWatch interrupt_;
+    SignalWatch terminate_;
+    SignalWatch hang_up_;
+    Timer last_words_;
+    std::unique_ptr<Control> control_;
+};
+
+// Events come first: they hear of a thing before others make something of it.
+void Program::addOutputs() {
+    if (!options_.events.empty()) {
+        EventLogOptions settings;
+        settings.path = options_.events;
+        auto events = std::make_unique<EventLog>(loop_, log_, settings,
+                                                 [this] { return node_.status().dropped; });
+        events_ = events.get();
+        node_.add(std::move(events));
+    }
+    if (!options_.frames.empty()) {
+        FrameOutputOptions settings;
+        settings.path = options_.frames;
+        node_.add(std::make_unique<FrameOutput>(loop_, log_, settings));
+    }
+    if (!options_.wav.empty()) {
+        WavFilesOptions settings;
+        settings.folder = options_.wav;
+        settings.max_files = options_.wav_files;
+        settings.max_bytes = options_.wav_megabytes * 1000000;
+        node_.add(std::make_unique<WavFiles>(loop_, log_, settings,
+                                             [this](uint64_t number, const std::string& path) {
+                                                 if (events_)
+                                                     events_->onWav(number, path);
+                                             }));
+    }
+    if (!options_.exec.empty())
+        addExec();
+    if (!options_.metrics.empty()) {
+        MetricsOptions settings;
+        settings.path = options_.metrics;
+        node_.add(
+            std::make_unique<Metrics>(loop_, log_, settings, [this] { return node_.status(); }));
+    }
+    if (!options_.control.empty())
+        control_ = std::make_unique<Control>(loop_, log_, node_, options_.control,
+                                             [this] { stop("order"); });
+}
+
+void Program::addExec() {
+    ExecCommandOptions settings;
+    settings.command = options_.exec;
+    settings.max_running = options_.exec_jobs;
+    settings.time_out = milliseconds(std::llround(options_.exec_timeout * 1000));
+    node_.add(std::make_unique<ExecCommand>(
+        loop_, node_.reaper(), log_, settings,
+        [this](const RecognisedText& text) { node_.tellText(text); }));
+}
+
+void Program::say(const Message& message) {
+    if (message.level > options_.log_level)
+        return;
+    Message shown = message;
+    const auto text = filter_.pass(message.text, Clock::now());
+    if (!text)
+        return;
+    shown.text = *text;
+    errors_->write(lineOf(shown, journal_, std::chrono::system_clock::now()));
+    if (!message.from_bridge)
+        node_.tellMessage(message);
+}
+
+// A second signal changes nothing: every wait behind it is bounded.
+void Program::stop(const std::string& why) {
+    if (node_.stopping())
+        return;
+    log_.info("stopping: " + why);
+    node_.stop([this] {
+        unfinished_ = !node_.outputsIdle();
+        log_.info("stopped");
+        if (errors_->idle())
+            loop_.stop();
+        else
+            last_words_.once(LAST_WORDS);
+    });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    const int status = parseOptions(argc, argv, options);
+    if (status >= 0)
+        return status;
+    if (!options.ask.empty())
+        return ask(options.ask, options.words);
+    signal(SIGPIPE, SIG_IGN);              // a reader that goes is an error of that write
+    setenv("UV_THREADPOOL_SIZE", "8", 0);  // each output has a job at most, and a disk may hang
+    try {
+        Loop loop;
+        Program program(loop, options);
+        const int result = program.run();
+        if (!program.idle())
+            _exit(1);  // a job hangs in the system; the loop would wait for it
+        return result;
+    } catch (const NodeError& error) {
+        std::cerr << "tolvanev-node: " << error.what() << "\n";
+        return 1;
+    }
+}
