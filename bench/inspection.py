@@ -11,7 +11,7 @@ import tempfile
 from pathlib import Path
 from typing import Callable
 
-from trial import Programs
+from programs import Programs
 
 Lengths = tuple[int, int]
 

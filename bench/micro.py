@@ -7,7 +7,7 @@ import subprocess
 from typing import Any
 
 from figures import Table
-from trial import Programs
+from programs import Programs
 
 
 def results(programs: Programs, smoke: bool) -> dict[str, dict[str, Any]] | None:

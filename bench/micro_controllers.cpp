@@ -8,12 +8,12 @@
 #include <chrono>
 
 #include "AppController.h"
-#include "BenchFrame.h"
 #include "MMSEAppController.h"
+#include "NumberedFrame.h"
 
 namespace {
 
-ReceiveData bytesOf(const BenchFrame& frame) {
+ReceiveData bytesOf(const NumberedFrame& frame) {
     const char* const bytes = reinterpret_cast<const char*>(&frame);
     return {bytes, bytes + sizeof(frame)};
 }

@@ -8,13 +8,13 @@
 #include <cstring>
 #include <vector>
 
-#include "BenchFrame.h"
 #include "BinaryUtil.h"
 #include "DataBuilder.h"
+#include "NumberedFrame.h"
 
 namespace {
 
-const BenchFrame FRAME = numbered(12345);
+const NumberedFrame FRAME = numbered(12345);
 const char* const BYTES = reinterpret_cast<const char*>(&FRAME);
 constexpr unsigned int SIZE = sizeof(FRAME);
 

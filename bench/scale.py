@@ -5,7 +5,8 @@ import time
 from concurrent.futures import ThreadPoolExecutor
 
 import figures
-from trial import Programs, Report, cpu_per_frame, percentile
+from programs import Programs, cpu_per_frame, percentile
+from trial import Report
 
 BRIDGES = (1, 10, 50, 100)
 FRAMES = 600  # six seconds each

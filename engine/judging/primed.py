@@ -5,14 +5,13 @@ from dataclasses import dataclass
 import numpy as np
 
 import pipes
-import renewal
 from recordings import FRAME, Recording
-from renewal import BLOCK
+from renewal import BLOCK, BLOCKS
 from scenes import LEADS, above_lowest, make_noise
 from suppression import LAG, decibel, power
 
 STARTS = 20  # each with other noise
-HEAD = renewal.BLOCKS * BLOCK * FRAME  # samples ahead of it
+HEAD = BLOCKS * BLOCK * FRAME  # samples ahead of it
 LIVE = 100  # frames of live noise
 WORD = 60  # frames of live noise ahead of a word: no more than the shortest pause
 FROM, TO = 10, 50  # frames in which the floor holds: 100 to 500 ms
@@ -32,7 +31,7 @@ class Primed:
 
 def priming(noise: np.ndarray) -> np.ndarray:
     """EOF, TOF and the noise frames, of the last blocks that were heard."""
-    mean = np.concatenate(renewal.noise(noise[:HEAD].reshape(-1, FRAME).astype(int)))
+    mean = noise[:HEAD].reshape(BLOCKS, -1).sum(axis=0, dtype=int) // BLOCKS
     return np.concatenate([pipes.mark(pipes.EOF), pipes.mark(pipes.TOF), pipes.data(mean)])
 
 

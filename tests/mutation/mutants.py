@@ -120,7 +120,7 @@ MUTANTS = [
     ("MMSEAppController.cpp", "frame_count_ % NOISE_MODEL_RENEW_FREQ == 0", "frame_count_ % NOISE_MODEL_RENEW_FREQ == 1", "test_renewal"),
     ("MMSEAppController.cpp", "noise_que_.size() >= NOISE_QUE_SIZE", "noise_que_.size() > NOISE_QUE_SIZE", "test_renewal"),
     ("MMSEAppController.cpp", "    send_que_.push_back(createNullFrame(FRAME_EOF));\n    send_que_.push_back(createNullFrame(FRAME_TOF));\n", "    send_que_.push_back(createNullFrame(FRAME_TOF));\n    send_que_.push_back(createNullFrame(FRAME_EOF));\n", "test_renewal"),
-    ("MMSEAppController.cpp", "    send_que_.clear();\n    send_que_.push_back", "    send_que_.push_back", "test_renewed_stream"),
+    ("MMSEAppController.cpp", "    send_que_.clear();\n    send_que_.push_back", "    send_que_.push_back", "test_renewal"),
     ("MMSEAppController.cpp", "    app_->finalize();\n    app_->clearData();\n    app_->launch();", "    app_->clearData();\n    app_->launch();", "test_signals"),
     ("AppController.cpp", "    launchEngine(vad_connector_, \"VAD\", vad_setting_);\n    launchEngine(mmse_connector_, \"MMSE\", mmse_setting_);\n", "    launchEngine(mmse_connector_, \"MMSE\", mmse_setting_);\n    launchEngine(vad_connector_, \"VAD\", vad_setting_);\n", "test_engine_faults"),
     ("Application.cpp", "            sound_client_->connect(server_ip_, recv_port_);\n            voice_server_->connect(send_port_);\n", "            voice_server_->connect(send_port_);\n            sound_client_->connect(server_ip_, recv_port_);\n", "test_connecting"),

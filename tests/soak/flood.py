@@ -8,7 +8,7 @@ import frames
 from process import SoakError, Watch, memory_row, slope
 from processes import members
 from renewal import DELAY_LINE
-from trial import Failed, Report, Trial
+from trial import Failed, Report, Trial, delayed
 
 WINDOW = 64  # frames on their way at first: fewer than the bench's, so that fewer are dropped
 MEMORY_ALLOWED = 64 * 1024  # bytes a minute
@@ -29,7 +29,7 @@ class Flood:
         self.trial = Trial(build / "Tolvanev", engine, scripts, level="debug", log=str(self.log))
         # The scripted engine negates what it suppresses: its output cannot be taken for its input.
         self.command = [
-            str(build / "bench" / "flood"), "--negated", "--drain",
+            str(build / "tests" / "flood" / "flood"), "--negated", "--drain",
             "--frames", str(number), "--window", str(WINDOW),
         ]  # fmt: skip
 
@@ -50,15 +50,16 @@ class Flood:
         heard, back = report["results"], report["returned"]
         seen = self.watch.samples
         memory = slope(seen[len(seen) // 4 :], "memory")
-        missing = self.number - heard["live"] - heard["lost"]
+        lost = [later - first for first, later in heard["lost"]]
+        missing = self.number - heard["live"] - sum(lost)
         samples = (heard["live"] + back["live"]) * frames.SAMPLES
         table = [
             ("frames", f"{self.number} sent in {taken:.0f} s, {self.number / taken:.0f} a second"),
             ("checked", f"{heard['live']} frames at the ROS node, {back['live']} at the voice"
                         f" server, {samples} samples"),
             ("renewals", f"{heard['renewals']}, each with its 12 frames of priming"),
-            ("dropped by renewals", f"{heard['lost']} frames, {heard['least_lost']} to"
-                                    f" {heard['most_lost']} each"),
+            ("dropped by renewals", f"{sum(lost)} frames, {min(lost, default=0)} to"
+                                    f" {max(lost, default=0)} each"),
             ("lost otherwise", str(missing)),
             ("silence", f"{heard['silent']} frames: passes without data, and the end"),
             memory_row(seen, memory, MEMORY_ALLOWED),
@@ -70,7 +71,7 @@ class Flood:
             reasons.append("frames were lost")
         if cleared != heard["renewals"]:
             reasons.append(f"{cleared} renewals with nine frames in the delay line are logged")
-        if heard["least_lost"] + heard["silent"] < DELAY_LINE:
+        if any(len(numbers) < DELAY_LINE for numbers in delayed(report)):
             reasons.append("a renewal dropped fewer than the delay line holds")
         if taken > SHORTEST_JUDGED and memory > MEMORY_ALLOWED:
             reasons.append("memory grows")

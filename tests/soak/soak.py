@@ -14,7 +14,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 sys.dont_write_bytecode = True
-sys.path[:0] = [str(ROOT / "peers"), str(ROOT / "bench")]
+sys.path[:0] = [str(ROOT / room) for room in ("peers", "bench", "tests/flood")]
 
 import figures  # noqa: E402
 from flood import Flood  # noqa: E402

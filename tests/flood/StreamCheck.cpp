@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "StreamCheck.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 namespace {
@@ -9,18 +8,18 @@ namespace {
 constexpr size_t BLOCKS = app_controller::NOISE_QUE_SIZE - 1;  // that an average uses
 constexpr int64_t NOISE_SEEN = -100;
 
-bool silent(const BenchFrame& frame) {
-    return frame.samples == BenchFrame{}.samples;
+bool silent(const NumberedFrame& frame) {
+    return frame.samples == NumberedFrame{}.samples;
 }
 
 // A number, 0 for silence, or minus the type.
-int64_t nameOf(const BenchFrame& frame) {
+int64_t nameOf(const NumberedFrame& frame) {
     return frame.type == FRAME_DATA ? int64_t{numberOf(frame)} : -frame.type;
 }
 
 }  // namespace
 
-bool RenewalModel::watch(const BenchFrame& frame) {
+bool RenewalModel::watch(const NumberedFrame& frame) {
     ++watched_;
     if (frame.type == FRAME_DATA) {
         ++plain_;
@@ -61,7 +60,7 @@ RenewalModel::Noise RenewalModel::average() const {
     return noise;
 }
 
-void StreamCheck::take(const BenchFrame& frame) {
+void StreamCheck::take(const NumberedFrame& frame) {
     const bool due = renewal_due_;
     renewal_due_ = watching_ && model_.watch(frame);
     seen_.push_back(expected_ == NOISE ? NOISE_SEEN : nameOf(frame));
@@ -74,7 +73,7 @@ void StreamCheck::take(const BenchFrame& frame) {
 void StreamCheck::finish(uint32_t sent) {
     if (last_ < sent && !may_have_lost_)
         refuse("more behind " + std::to_string(last_), 0);
-    lose(sent - last_);
+    loseUpTo(sent + 1);
 }
 
 void StreamCheck::compare(StreamCheck& results, StreamCheck& returned) {
@@ -90,7 +89,7 @@ void StreamCheck::compare(StreamCheck& results, StreamCheck& returned) {
     }
 }
 
-bool StreamCheck::accept(const BenchFrame& frame) {
+bool StreamCheck::accept(const NumberedFrame& frame) {
     if (expected_ == NOISE)
         return acceptNoise(frame);
     if (expected_ == TOF) {
@@ -105,7 +104,8 @@ bool StreamCheck::accept(const BenchFrame& frame) {
         case FRAME_START:
         case FRAME_END:
             ++counts_.markers;
-            return silent(frame);
+            speaking_ = !speaking_;
+            return silent(frame) && speaking_ == (frame.type == FRAME_START);
         case FRAME_EOF:
             ++counts_.noise;
             ++counts_.renewals;
@@ -116,22 +116,21 @@ bool StreamCheck::accept(const BenchFrame& frame) {
     }
 }
 
-bool StreamCheck::acceptLive(const BenchFrame& frame) {
+bool StreamCheck::acceptLive(const NumberedFrame& frame) {
     const uint32_t number = numberOf(frame);
     if (number == 0) {
         ++counts_.silent;
         return silent(frame);
     }
-    const uint32_t missing = number - last_ - 1;
-    if (number <= last_ || (missing > 0 && !may_have_lost_) || frame != numbered(number))
+    if (number <= last_ || (number > last_ + 1 && !may_have_lost_) || frame != numbered(number))
         return false;
     ++counts_.live;
-    lose(missing);
+    loseUpTo(number);
     last_ = number;
     return true;
 }
 
-bool StreamCheck::acceptNoise(const BenchFrame& frame) {
+bool StreamCheck::acceptNoise(const NumberedFrame& frame) {
     const RenewalModel::Noise* const noise = model_.noise(counts_.renewals - 1);
     const bool same = noise && frame == (*noise)[noise_seen_];
     ++counts_.noise;
@@ -142,13 +141,10 @@ bool StreamCheck::acceptNoise(const BenchFrame& frame) {
     return same;
 }
 
-void StreamCheck::lose(uint32_t frames) {
-    if (!may_have_lost_)
-        return;
+void StreamCheck::loseUpTo(uint32_t next) {
+    if (may_have_lost_)
+        counts_.lost.push_back({last_ + 1, next});
     may_have_lost_ = false;
-    counts_.lost += frames;
-    counts_.least_lost = std::min<uint64_t>(counts_.least_lost, frames);
-    counts_.most_lost = std::max<uint64_t>(counts_.most_lost, frames);
 }
 
 void StreamCheck::refuse(const std::string& expected, int64_t came) const {

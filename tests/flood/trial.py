@@ -2,7 +2,6 @@
 """One run of a program against all its peers: started here, fed and checked by the flood."""
 import json
 import os
-import shutil
 import socket
 import subprocess
 from contextlib import AbstractContextManager, ExitStack, nullcontext
@@ -11,12 +10,23 @@ from typing import Any, Callable, Sequence
 
 import processes
 from bridge_process import BridgeProcess, command_line
+from renewal import DELAY_LINE
 from sound_client import SoundClient
 from waiting import free_port, until
 
 START = 120  # seconds; valgrind and strace start slowly
 END = 20
 Report = dict[str, Any]
+
+
+def delayed(report: Report) -> list[list[int]]:
+    """The numbers that stood in the delay line at each renewal: the newest that the voice server
+    never got back. None where there was a pause: silence may have stood there, too."""
+    return [
+        list(range(first, later))[-DELAY_LINE:]
+        for first, later in report["returned"]["lost"]
+        if not any(first <= number <= later for number in report["pauses"])
+    ]
 
 
 class Failed(Exception):
@@ -97,45 +107,3 @@ class Trial:
 
     def _cpu(self) -> float:
         return sum(map(processes.cpu, self._members()))
-
-
-class Programs:
-    """The programs of one build: those that measure and those that are measured."""
-
-    def __init__(self, build: Path) -> None:
-        self.build = build.resolve()
-        bench = self.build / "bench"
-        self.flood = bench / "flood"
-        self.engine = bench / "null_engine"
-        self.micro = bench / "micro"
-        self.malloc_count = bench / "libmalloc_count.so"
-        self.bridge = self.build / "Tolvanev"
-        self.static = bench / "static_bridge"
-        self.limit = bench / "limit"
-        alternatives = Path(__file__).resolve().parent / "alternatives"
-        self.socat = alternatives / "socat_relay"
-        self.asyncio = alternatives / "asyncio_relay"
-
-    def alternatives(self) -> list[tuple[str, Path]]:
-        """Name and program of those that can run here."""
-        found = [("asyncio relay", self.asyncio)]
-        return found + ([("socat pipeline", self.socat)] if shutil.which("socat") else [])
-
-    def run(
-        self, program: Path, *options: str, utterance: bool = False, prefix: Sequence[str] = ()
-    ) -> Report:
-        """One run with null engines; prefix is put in front of the program. In an utterance the VAD
-        engine says START first: no noise is gathered, no renewal comes."""
-        settings = Path("null.mmse"), Path("null.vad.utterance" if utterance else "null.vad")
-        plain = [] if program in (self.bridge, self.static) else ["--plain"]
-        trial = Trial(program, self.engine, settings, prefix)
-        return trial.run([str(self.flood), *plain, *options], calls=program != self.socat)
-
-
-def cpu_per_frame(report: Report) -> float:
-    """In microseconds, of the program alone."""
-    return report["cpu_us"] / report["measured"]
-
-
-def percentile(values: list[float], part: int) -> float:
-    return sorted(values)[(len(values) - 1) * part // 100]

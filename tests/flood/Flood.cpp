@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -26,21 +27,9 @@ constexpr uint32_t WIDER = 4;             // frames more in flight after a stand
 constexpr uint32_t WINDOW_MOST = 1000;    // frames: fewer than the limit's rings hold
 constexpr int STANDSTILL_MS = 5;          // a bridge moves only when it gets a frame
 constexpr auto QUIET = 80ms;              // a pass without input waits 100 ms for one
+constexpr auto PAUSE = 90ms;              // and then adds silence
 constexpr auto SILENCE = 20s;             // of a program that is given up; valgrind is slow
 constexpr uint64_t LAST_OUT = 64;         // frames of silence that move the last ones out, and more
-
-// Frames that the peer's window has room for. The system would cut the next one where that ends,
-// and the bridge take either piece for a frame.
-uint32_t roomAtPeer(int socket) {
-    tcp_info info{};
-    socklen_t size = sizeof(info);
-    int under_way = 0;  // bytes that are not acknowledged yet
-    if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0 ||
-        ioctl(socket, SIOCOUTQ, &under_way) != 0)
-        throw std::runtime_error("the connection tells nothing of itself");
-    const auto used = static_cast<uint32_t>(under_way);
-    return info.tcpi_snd_wnd > used ? (info.tcpi_snd_wnd - used) / sizeof(BenchFrame) : 0;
-}
 
 // True while the peer of this IPv4 connection, on the same machine, has not read all that came.
 bool unreadByPeer(int socket) {
@@ -63,20 +52,40 @@ bool unreadByPeer(int socket) {
     return false;
 }
 
+// Frames that the peer's window has room for. The system would cut the next one where that ends,
+// and the bridge take either piece for a frame.
+uint32_t roomAtPeer(int socket) {
+    tcp_info info{};
+    socklen_t size = sizeof(info);
+    int under_way = 0;  // bytes that are not acknowledged yet
+    if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0 ||
+        ioctl(socket, SIOCOUTQ, &under_way) != 0)
+        throw std::runtime_error("the connection tells nothing of itself");
+    if (size <= offsetof(tcp_info, tcpi_snd_wnd))  // under an emulator
+        return unreadByPeer(socket) ? 0 : SEND_AT_ONCE;
+    const auto used = static_cast<uint32_t>(under_way);
+    constexpr uint32_t FRAME = sizeof(NumberedFrame);
+    return info.tcpi_snd_wnd > used ? (info.tcpi_snd_wnd - used) / FRAME : 0;
+}
+
+std::ostream& operator<<(std::ostream& text, const StreamCheck::Gap& gap) {
+    return text << "[" << gap.first << ", " << gap.next << "]";
+}
+
+template <typename Value>
+void list(std::ostream& text, const char* name, const std::vector<Value>& values) {
+    text << ", \"" << name << "\": [";
+    for (size_t i = 0; i < values.size(); ++i)
+        text << (i == 0 ? "" : ", ") << values[i];
+    text << "]";
+}
+
 void describe(std::ostream& text, const char* name, const StreamCheck::Counts& counts) {
     text << ", \"" << name << "\": {\"live\": " << counts.live << ", \"silent\": " << counts.silent
          << ", \"markers\": " << counts.markers << ", \"noise\": " << counts.noise
-         << ", \"renewals\": " << counts.renewals << ", \"lost\": " << counts.lost
-         << ", \"least_lost\": " << counts.least_lost << ", \"most_lost\": " << counts.most_lost
-         << "}";
-}
-
-template <typename Number>
-void list(std::ostream& text, const char* name, const std::vector<Number>& numbers) {
-    text << ", \"" << name << "\": [";
-    for (size_t i = 0; i < numbers.size(); ++i)
-        text << (i == 0 ? "" : ", ") << numbers[i];
-    text << "]";
+         << ", \"renewals\": " << counts.renewals;
+    list(text, "lost", counts.lost);
+    text << "}";
 }
 
 }  // namespace
@@ -96,8 +105,8 @@ bool Flood::Arrivals::fill(int fd) {
 template <typename Take>
 void Flood::Arrivals::takeFrames(Take take) {
     size_t at = 0;
-    for (; at + sizeof(BenchFrame) <= used; at += sizeof(BenchFrame)) {
-        BenchFrame frame;
+    for (; at + sizeof(NumberedFrame) <= used; at += sizeof(NumberedFrame)) {
+        NumberedFrame frame;
         std::memcpy(&frame, bytes.data() + at, sizeof(frame));
         take(frame);
     }
@@ -179,10 +188,14 @@ void Flood::noteRenewals() {
 void Flood::send(uint32_t count) {
     if (count == 0)
         return;
-    BenchFrame frames[SEND_AT_ONCE];
+    const auto now = Clock::now();
+    if (now - sent_at_ > PAUSE)
+        pauses_.push_back(sent_ + 1);
+    sent_at_ = now;
+    NumberedFrame frames[SEND_AT_ONCE];
     for (uint32_t i = 0; i < count; ++i)
         frames[i] = numbered(++sent_);
-    const size_t size = count * sizeof(BenchFrame);
+    const size_t size = count * sizeof(NumberedFrame);
     if (::send(plan_.voice, frames, size, MSG_NOSIGNAL) != static_cast<ssize_t>(size))
         throw std::runtime_error("frames cannot be sent");
 }
@@ -203,9 +216,9 @@ bool Flood::exchange(int timeout_ms) {
         setsockopt(plan_.voice, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
     }
     while (result_bytes_.fill(plan_.results))
-        result_bytes_.takeFrames([this](const BenchFrame& frame) { results_.take(frame); });
+        result_bytes_.takeFrames([this](const NumberedFrame& frame) { results_.take(frame); });
     noteRenewals();
-    returned_bytes_.takeFrames([this](BenchFrame& frame) { takeReturned(frame); });
+    returned_bytes_.takeFrames([this](NumberedFrame& frame) { takeReturned(frame); });
     StreamCheck::compare(results_, returned_);
     const auto now = Clock::now();
     if (now - moved_ > SILENCE)
@@ -217,7 +230,7 @@ bool Flood::exchange(int timeout_ms) {
 }
 
 // The newest frame sent is the one whose pass has brought this frame back.
-void Flood::takeReturned(BenchFrame& frame) {
+void Flood::takeReturned(NumberedFrame& frame) {
     if (!plan_.plain)
         swapBytes(frame);
     if (plan_.negated) {
@@ -243,6 +256,7 @@ void Flood::settle() {
 // Without input the bridge adds a frame of silence each 100 ms.
 void Flood::drain() {
     const uint64_t enough = results_.counts().silent + LAST_OUT;
+    pauses_.push_back(sent_ + 1);
     while (std::min(results_.last(), returned_.last()) < sent_ &&
            results_.counts().silent < enough) {
         exchange(STANDSTILL_MS);
@@ -258,6 +272,7 @@ std::string Flood::report() const {
          << ", \"seconds\": " << std::chrono::duration<double>(end_ - begin_).count();
     describe(text, "results", results_.counts());
     describe(text, "returned", returned_.counts());
+    list(text, "pauses", pauses_);
     list(text, "response_us", response_us_);
     list(text, "lag", lag_);
     text << "}";

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#ifndef TOLVANEV_BENCH_FLOOD_H
-#define TOLVANEV_BENCH_FLOOD_H
+#ifndef TOLVANEV_TESTS_FLOOD_H
+#define TOLVANEV_TESTS_FLOOD_H
 
 #include <chrono>
 #include <cstdint>
@@ -48,7 +48,7 @@ class Flood {
         template <typename Take>
         void takeFrames(Take take);
 
-        std::vector<char> bytes = std::vector<char>(PIPE_SIZE + sizeof(BenchFrame));
+        std::vector<char> bytes = std::vector<char>(PIPE_SIZE + sizeof(NumberedFrame));
         size_t used = 0;
     };
 
@@ -59,7 +59,7 @@ class Flood {
     void noteRenewals();
     void send(uint32_t count);
     bool exchange(int timeout_ms);  // true: frames have moved on
-    void takeReturned(BenchFrame& frame);
+    void takeReturned(NumberedFrame& frame);
     void settle();
     void drain();
 
@@ -79,7 +79,8 @@ class Flood {
     Clock::time_point end_;       // what has come last
     uint64_t frames_before_ = 0;  // result frames up to then
 
-    Clock::time_point sent_at_;        // of the newest frame
+    Clock::time_point sent_at_;        // the newest frame
+    std::vector<uint32_t> pauses_;     // numbers ahead of which the program may have added silence
     std::vector<double> response_us_;  // paced: from then to a frame's return, in the same pass
     std::vector<uint32_t> lag_;        // paced: frames sent behind it until then
 };
