@@ -5,7 +5,7 @@ import time
 from pathlib import Path
 
 import frames
-from process import SoakError, Watch, memory_row, slope
+from process import Row, SoakError, Watch, judged, memory_row, slope
 from processes import members
 from renewal import DELAY_LINE
 from trial import Failed, Report, Trial, delayed
@@ -33,7 +33,7 @@ class Flood:
             "--frames", str(number), "--window", str(WINDOW),
         ]  # fmt: skip
 
-    def run(self) -> list[tuple[str, str]]:
+    def run(self) -> list[Row]:
         """The figures; raises SoakError with the reason when the soak has failed."""
         begun = time.monotonic()
         try:
@@ -46,7 +46,7 @@ class Flood:
         self.watch = Watch(pid)
         return self.watch
 
-    def _judge(self, report: Report, taken: float) -> list[tuple[str, str]]:
+    def _judge(self, report: Report, taken: float) -> list[Row]:
         heard, back = report["results"], report["returned"]
         seen = self.watch.samples
         memory = slope(seen[len(seen) // 4 :], "memory")
@@ -66,20 +66,13 @@ class Flood:
             ("end", self.trial.process.ending()),
         ]  # fmt: skip
         cleared = self.log.read_text(errors="replace").count(CLEARED)
-        reasons = []
-        if missing:
-            reasons.append("frames were lost")
-        if cleared != heard["renewals"]:
-            reasons.append(f"{cleared} renewals with nine frames in the delay line are logged")
-        if any(len(numbers) < DELAY_LINE for numbers in delayed(report)):
-            reasons.append("a renewal dropped fewer than the delay line holds")
-        if taken > SHORTEST_JUDGED and memory > MEMORY_ALLOWED:
-            reasons.append("memory grows")
-        if self.watch.failure:
-            reasons.append(self.watch.failure)
-        if members(self.trial.process.pid()):
-            reasons.append("processes were left behind")
-        if reasons:
-            text = "".join(f"\n  {name}: {figure}" for name, figure in table)
-            raise SoakError(", ".join(reasons) + text)
-        return table
+        few = any(len(numbers) < DELAY_LINE for numbers in delayed(report))
+        return judged(table, {
+            "frames were lost": missing,
+            f"{cleared} renewals with nine frames in the delay line are logged":
+                cleared != heard["renewals"],
+            "a renewal dropped fewer than the delay line holds": few,
+            "memory grows": taken > SHORTEST_JUDGED and memory > MEMORY_ALLOWED,
+            self.watch.failure: self.watch.failure,
+            "processes were left behind": members(self.trial.process.pid()),
+        })  # fmt: skip

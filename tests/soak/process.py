@@ -3,12 +3,15 @@
 import statistics
 import threading
 import time
-from typing import NamedTuple
+from typing import Any, NamedTuple
 
 import processes
 
 SETTLE = 10.0  # seconds in which a renewal must have replaced both engines
 ENGINES = 2
+
+
+Row = tuple[str, str]
 
 
 class SoakError(Exception):
@@ -60,7 +63,7 @@ def slope(samples: list[Sample], field: str) -> float:
     return statistics.linear_regression(times, [getattr(each, field) for each in samples]).slope
 
 
-def memory_row(samples: list[Sample], growth: float, allowed: float) -> tuple[str, str]:
+def memory_row(samples: list[Sample], growth: float, allowed: float) -> Row:
     """For the table; both in bytes a minute."""
     sizes = [each.memory / 1048576 for each in samples] or [0]
     return (
@@ -68,6 +71,13 @@ def memory_row(samples: list[Sample], growth: float, allowed: float) -> tuple[st
         f"{min(sizes):.2f} to {max(sizes):.2f} MiB, slope {growth / 1024:+.1f} KiB a minute"
         f" (allowed {allowed / 1024:g})",
     )
+
+
+def judged(table: list[Row], faults: dict[str, Any]) -> list[Row]:
+    """The table; raises SoakError with it when one of the faults is there."""
+    if found := [fault for fault, there in faults.items() if there]:
+        raise SoakError(", ".join(found) + "".join(f"\n  {name}: {text}" for name, text in table))
+    return table
 
 
 class Watch(threading.Thread):

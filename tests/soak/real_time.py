@@ -11,7 +11,7 @@ from pathlib import Path
 import frames
 from bridge_process import command_line
 from noisy_client import NoisyClient
-from process import ENGINES, SoakError, Watch, memory_row, slope
+from process import ENGINES, Row, SoakError, Watch, judged, memory_row, slope
 from processes import members
 from ros_node import RosNode
 from voice_link import LinkError, VoiceLink
@@ -67,7 +67,7 @@ class RealTime:
         self._failure = ""
         self._storms = 0
 
-    def run(self) -> list[tuple[str, str]]:
+    def run(self) -> list[Row]:
         """The figures; raises SoakError with the reason when the soak has failed."""
         self.node.start()
         try:
@@ -146,7 +146,7 @@ class RealTime:
             except (OSError, ValueError):
                 return  # the bridge has ended, which others tell
 
-    def _judge(self, watch: Watch, renewals: int) -> list[tuple[str, str]]:
+    def _judge(self, watch: Watch, renewals: int) -> list[Row]:
         memory, descriptors = slope(watch.samples, "memory"), slope(watch.samples, "descriptors")
         numbers = [each.descriptors for each in watch.samples]
         mean, most = watch.cpu()
@@ -169,16 +169,11 @@ class RealTime:
                                   f" {100 * most:.1f} %"),
             ("end", how),
         ]  # fmt: skip
-        judged = self.seconds >= SHORTEST_JUDGED
-        self._expect(memory <= MEMORY_ALLOWED or not judged, "memory grows", table)
-        self._expect(descriptors <= DESCRIPTORS_ALLOWED, "descriptors grow", table)
-        self._expect(renewals > 0, "there was no renewal", table)
-        self._expect(len(self.client.told) > 0, "the sound client was told nothing", table)
-        self._expect(how == "ended after its input, status 0", "it did not end well", table)
-        self._expect(not members(pid), "processes were left behind", table)
-        return table
-
-    @staticmethod
-    def _expect(holds: bool, reason: str, table: list[tuple[str, str]]) -> None:
-        if not holds:
-            raise SoakError(reason + "".join(f"\n  {name}: {text}" for name, text in table))
+        return judged(table, {
+            "memory grows": self.seconds >= SHORTEST_JUDGED and memory > MEMORY_ALLOWED,
+            "descriptors grow": descriptors > DESCRIPTORS_ALLOWED,
+            "there was no renewal": renewals == 0,
+            "the sound client was told nothing": not self.client.told,
+            "it did not end well": how != "ended after its input, status 0",
+            "processes were left behind": members(pid),
+        })  # fmt: skip
