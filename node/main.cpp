@@ -25,6 +25,8 @@ using namespace node;
 
 constexpr size_t UNWRITTEN_MESSAGES = 256 * 1024;  // bytes; what nobody reads is dropped
 constexpr milliseconds LAST_WORDS{500};            // for standard error, at the end
+constexpr milliseconds LOOK{5};                    // whether they are written
+constexpr milliseconds COMMANDS{500};              // for commands under way, at the end
 
 // The node with all that the command line asks for. Destroyed in the reverse order: outputs go
 // before what they stand on.
@@ -39,7 +41,10 @@ class Program {
           interrupt_(loop, SIGINT, [this] { stop("SIGINT"); }),
           terminate_(loop, SIGTERM, [this] { stop("SIGTERM"); }),
           hang_up_(loop, SIGHUP, [this] { stop("SIGHUP"); }),
-          last_words_(loop, [this] { loop_.stop(); }) {
+          last_words_(loop, [this] {
+              if (errors_->idle() || Clock::now() >= end_by_)
+                  loop_.stop();
+          }) {
         addOutputs();
     }
 
@@ -70,6 +75,7 @@ class Program {
     SignalWatch terminate_;
     SignalWatch hang_up_;
     Timer last_words_;
+    Clock::time_point end_by_;
     std::unique_ptr<Control> control_;
 };
 
@@ -116,6 +122,7 @@ void Program::addExec() {
     ExecCommandOptions settings;
     settings.command = options_.exec;
     settings.max_running = options_.exec_jobs;
+    settings.grace = COMMANDS;
     settings.time_out = milliseconds(std::llround(options_.exec_timeout * 1000));
     node_.add(std::make_unique<ExecCommand>(
         loop_, node_.reaper(), log_, settings,
@@ -142,11 +149,10 @@ void Program::stop(const std::string& why) {
     log_.info("stopping: " + why);
     node_.stop([this] {
         unfinished_ = !node_.outputsIdle();
+        control_.reset();
         log_.info("stopped");
-        if (errors_->idle())
-            loop_.stop();
-        else
-            last_words_.once(LAST_WORDS);
+        end_by_ = Clock::now() + LAST_WORDS;
+        last_words_.every(LOOK);
     });
 }
 
