@@ -48,6 +48,11 @@ void declareOutputs(CLI::App& app, Options& options, Times& times) {
         ->check(CLI::Range(1, 64))
         ->capture_default_str()
         ->group(group);
+    app.add_option("--exec-queue", options.exec_queue,
+                   "utterances that wait for a command; then the oldest is dropped")
+        ->check(CLI::Range(1, 1000))
+        ->capture_default_str()
+        ->group(group);
     app.add_option("--exec-timeout", options.exec_timeout, "seconds that a command may take")
         ->check(CLI::Range(0.1, 86400.0))
         ->capture_default_str()

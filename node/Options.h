@@ -19,6 +19,7 @@ struct Options {
     size_t wav_megabytes = 0;        // kept; 0 = any
     std::string exec;                // command
     size_t exec_jobs = 1;            // at once
+    size_t exec_queue = 4;           // utterances that wait
     double exec_timeout = 30;        // seconds
     std::string frames;              // file, FIFO or "-"
     std::string events;              // file, FIFO or "-"

@@ -122,6 +122,7 @@ void Program::addExec() {
     ExecCommandOptions settings;
     settings.command = options_.exec;
     settings.max_running = options_.exec_jobs;
+    settings.max_waiting = options_.exec_queue;
     settings.grace = COMMANDS;
     settings.time_out = milliseconds(std::llround(options_.exec_timeout * 1000));
     node_.add(std::make_unique<ExecCommand>(

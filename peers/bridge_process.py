@@ -81,6 +81,10 @@ class BridgeProcess:
         code = self._process.poll()
         return "" if code is None else describe(code)
 
+    def wait(self, seconds: float) -> None:
+        """Until it has ended, so long at most."""
+        until(lambda: not self.running(), seconds)
+
     def pid(self) -> int | None:
         return self._process.pid if self._process else None
 

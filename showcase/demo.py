@@ -20,14 +20,14 @@ import picture
 import report
 import scene as scenes
 from bridge_process import StartError, command_line
-from ros_node import RosNode
+from robot_node import RobotNode
 from sound_client import CommandError, SoundClient
 from voice_link import LinkError, VoiceLink
 from voice_server import VoiceServer
 from waiting import free_port
 
 CONNECT = 20  # seconds for the bridge to connect; it retries every 5 s
-LOG_TAIL = 15  # last lines of the bridge's log that are shown when a run fails
+LOG_TAIL = 15  # last lines of the log that are shown when a run fails
 
 
 class Demo:
@@ -44,7 +44,7 @@ class Demo:
             (build / "mmse.ini", build / "vad.ini"),
             (self.sound_client.port, port),
         )
-        self.node = RosNode(command, str(options.out / "bridge.log"))
+        self.node = RobotNode(build / "tolvanev-node", command, options.out / "node.log")
         self.link = VoiceLink("127.0.0.1", port, options.fast, on_frame=self._before_frame)
         self.server = VoiceServer(self.link)
         self.switched: list[tuple[int, str]] = []
@@ -129,7 +129,8 @@ def write_results(demo: Demo, out: Path) -> list[str]:
         heard=measure.Heard(scene, node),
         switched=demo.switched,
         told=demo.told,
-        log=(out / "bridge.log").read_text(errors="replace"),
+        renewals=measure.renewals(returned),
+        log=(out / "node.log").read_text(errors="replace"),
         status=demo.status,
         pace="as fast as answered: more delay and more missing frames than in real time"
         if demo.fast
@@ -167,7 +168,7 @@ def perform(options: argparse.Namespace) -> int:
         demo.run()
     except (LinkError, CommandError, OSError) as error:
         print(f"\ndemo: {error}", file=sys.stderr)
-        show_end(demo, options.out / "bridge.log")
+        show_end(demo, options.out / "node.log")
         return 1
     return 1 if write_results(demo, options.out) else 0
 

@@ -162,6 +162,12 @@ def compare(scene: Scene, returned: list[Returned]) -> Comparison:
     return Comparison(cleaned[lead:], present[lead:], audible(scene), chunks, restarts)
 
 
+def renewals(returned: list[Returned]) -> int:
+    """How often the noise model was renewed: an EOF with a TOF directly behind it."""
+    kinds = [frame.kind for frame in returned]
+    return sum(pair == (frames.EOF, frames.TOF) for pair in zip(kinds, kinds[1:]))
+
+
 def audible(scene: Scene) -> np.ndarray:
     """For each sample, whether its frame is loud enough to be judged."""
     found = frame_levels(scene.noisy.astype(np.float64))

@@ -7,8 +7,6 @@ import frames
 from measure import Comparison, Heard, levels, overlap
 from scene import Passage, Scene
 
-RENEWED = "renew noize model."  # the bridge's words
-USUAL_END = "ERROR: Terminate application."  # the bridge's words when its input has ended
 EPD_LINES = ["receive sound client packet : epd_off.", "receive sound client packet : epd_on."]
 SOUND_LINES = [f"play sound state from ros node is {word}." for word in ("on", "off")]
 # A switch acts within the frames on their way, so its first and last part prove nothing.
@@ -30,6 +28,7 @@ class Run:
     heard: Heard
     switched: list[tuple[int, str]]  # frame at which something was asked for
     told: list[tuple[int, str]]  # frames sent when the sound client got a text
+    renewals: int  # of the noise model
     log: str
     status: str  # how the bridge ended
     pace: str
@@ -98,7 +97,7 @@ def switch_problems(run: Run) -> list[str]:
         count, of = leaked(run, span)
         if count or not of:
             found.append(f"while {name}, {count} of {of} frames reached the ROS node")
-    found += [f'bridge.log lacks "{text}"' for text in words if text not in run.log]
+    found += [f'node.log lacks "{text}"' for text in words if text not in run.log]
     if run.scene.sound:
         expected = ["epdoff", "epdon"]
     texts = [text for _, text in run.told]
@@ -176,7 +175,7 @@ def sound_rows(run: Run) -> list[tuple[str, str]]:
             text += f": {before - after:.1f} dB lower"
         rows.append((f"level in {name}" if name[0] != " " else f" {name}", text))
     missing = run.comparison.missing()
-    renewals = run.log.count(RENEWED)
+    renewals = run.renewals
     each = f" ({missing / renewals:.1f} a renewal)" if renewals else ""
     median, low, high = run.comparison.delays()
     rows += [
@@ -196,12 +195,10 @@ def sound_rows(run: Run) -> list[tuple[str, str]]:
 
 def end_rows(run: Run) -> list[tuple[str, str]]:
     texts = ", ".join(f"{text} at {seconds(at).strip()}" for at, text in run.told) or "nothing"
-    usual = run.status.endswith("status 0") and run.log.rstrip().endswith(USUAL_END)
-    note = f'; "{USUAL_END}" in its log is its usual end' if usual else ""
     return [
-        ("noise model renewed", f"{run.log.count(RENEWED)} times, by the bridge's log"),
+        ("noise model renewed", f"{run.renewals} times"),
         ("sound client was told", texts),
-        ("bridge", run.status + note),
+        ("bridge", run.status),
     ]
 
 
@@ -213,7 +210,7 @@ RESULTS = [
     ("clean.wav", "the speech without noise, for comparison"),
     ("overview.svg", "all of it in one picture"),
     ("utterances.txt", "what happened when"),
-    ("bridge.log", "the bridge's own messages"),
+    ("node.log", "messages of the node and the bridge"),
     ("summary.txt", "the figures above"),
 ]
 
