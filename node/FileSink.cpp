@@ -2,7 +2,6 @@
 #include "FileSink.h"
 
 #include <fcntl.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,12 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Metrics.h"
 
-#include <fcntl.h>
-#include <stdio.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <filesystem>
 #include <locale>
 #include <sstream>
@@ -146,21 +140,17 @@ Metrics::Metrics(Loop& loop, const Log& log, const MetricsOptions& options, GetS
       status_(std::move(status)),
       warnings_(loop, log, "metrics", "files"),
       background_(loop),
-      timer_(loop, [this] { tick(); }) {
+      timer_(loop, [this] {
+          if (!background_.busy())
+              write(status_());
+      }) {
     const std::string error = writeWhole(temporary_, path_, metricsOf({}), Durable::NO);
     if (!error.empty())
         throw NodeError(path_ + ": " + error);
     timer_.every(options.period);
 }
 
-void Metrics::tick() {
-    if (!background_.busy())
-        write(status_().state);
-}
-
-void Metrics::write(State state) {
-    Status status = status_();
-    status.state = state;
+void Metrics::write(const Status& status) {
     const auto error = std::make_shared<std::string>();
     background_.run(
         [error, temporary = temporary_, path = path_, text = metricsOf(status)] {
@@ -168,7 +158,7 @@ void Metrics::write(State state) {
         },
         [this, error] {
             if (std::exchange(last_, false))
-                write(State::STOPPING);
+                writeLast();
             if (error->empty())
                 warnings_.worked();
             else
@@ -181,7 +171,13 @@ void Metrics::finish() {
     if (background_.busy())
         last_ = true;
     else
-        write(State::STOPPING);
+        writeLast();
+}
+
+void Metrics::writeLast() {
+    Status status = status_();
+    status.state = State::STOPPING;
+    write(status);
 }
 
 }  // namespace node

@@ -26,8 +26,8 @@ class Metrics : public Listener {
     std::string name() const override { return warnings_.name(); }
 
   private:
-    void write(State state);
-    void tick();
+    void write(const Status& status);
+    void writeLast();
 
     const std::string path_;
     const std::string temporary_;
