@@ -168,7 +168,9 @@ void Child::start(Loop& loop, const std::vector<std::string>& words,
     };
     process_.reset(new uv_process_t{});  // uv_spawn makes it one that can be closed, in any case
     process_->data = this;
-    check(uv_spawn(loop.get(), process_.get(), &options), words.front());
+    const int result = uv_spawn(loop.get(), process_.get(), &options);
+    // setpriv tells by its status and words when it does not find the program.
+    check(result, result == UV_ENOENT ? arguments.front() : words.front());
     pid_ = process_->pid;
     reaper_.children_[pid_] = this;
     reaper_.groups_[pid_] = this;

@@ -28,7 +28,7 @@ struct EventLog::Event {
 };
 
 EventLog::EventLog(Loop& loop, const Log& log, const EventLogOptions& options, GetDropped dropped)
-    : warnings_(loop, log, "events", "events"),
+    : warnings_(loop, log, "events", "event"),
       sink_(Sink::open(loop, options.path, options.limit)),
       get_dropped_(std::move(dropped)),
       drop_timer_(loop, [this] { lookForDropped(); }) {
@@ -118,6 +118,11 @@ void EventLog::onWav(uint64_t utterance, const std::string& path) {
     event.fields["utterance"] = utterance;
     event.fields["path"] = path;
     write(event);
+}
+
+void EventLog::finish() {
+    lookForDropped();
+    warnings_.finish();
 }
 
 void EventLog::lookForDropped() {

@@ -32,7 +32,7 @@ class EventLog : public Listener {
     void onMessage(const Message& message) override;  // warnings and errors
     void onWav(uint64_t utterance, const std::string& path);
 
-    void finish() override { lookForDropped(); }
+    void finish() override;
     bool idle() const override { return sink_->idle(); }
     uint64_t dropped() const override { return sink_->dropped(); }
     std::string name() const override { return warnings_.name(); }

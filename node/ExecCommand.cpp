@@ -78,7 +78,7 @@ ExecCommand::ExecCommand(Loop& loop, Reaper& reaper, const Log& log,
       reaper_(reaper),
       options_(options),
       on_text_(std::move(on_text)),
-      warnings_(loop, log, "exec", "utterances") {}
+      warnings_(loop, log, "exec", "utterance") {}
 
 ExecCommand::~ExecCommand() = default;
 
@@ -156,6 +156,7 @@ void ExecCommand::ended(Job& job) {
 void ExecCommand::finish() {
     warnings_.dropped(waiting_.size());
     waiting_.clear();
+    warnings_.finish();
     const auto end = Clock::now() + options_.grace;
     for (const auto& job : running_) {
         if (end < job->end)

@@ -18,6 +18,7 @@ class FrameOutput : public Listener {
     FrameOutput(Loop& loop, const Log& log, const FrameOutputOptions& options);
 
     void onFrame(const Frame& frame) override;
+    void finish() override { warnings_.finish(); }
     bool idle() const override { return sink_->idle(); }
     uint64_t dropped() const override { return sink_->dropped(); }
     std::string name() const override { return warnings_.name(); }

@@ -138,7 +138,7 @@ Metrics::Metrics(Loop& loop, const Log& log, const MetricsOptions& options, GetS
     : path_(options.path),
       temporary_(temporaryFor(options.path)),
       status_(std::move(status)),
-      warnings_(loop, log, "metrics", "files"),
+      warnings_(loop, log, "metrics", "file"),
       background_(loop),
       timer_(loop, [this] {
           if (!background_.busy())

@@ -11,10 +11,10 @@ constexpr std::chrono::seconds DROP_PAUSE{10};
 
 }  // namespace
 
-OutputWarnings::OutputWarnings(Loop& loop, const Log& log, std::string name, std::string records)
+OutputWarnings::OutputWarnings(Loop& loop, const Log& log, std::string name, std::string record)
     : log_(log),
       name_(std::move(name)),
-      records_(std::move(records)),
+      record_(std::move(record)),
       pause_(loop, [this] { sayDropped(); }) {}
 
 void OutputWarnings::failed(const std::string& text) {
@@ -53,7 +53,8 @@ void OutputWarnings::sayDropped() {
         return;
     const uint64_t count = total_ - std::exchange(said_, total_);
     pause_.once(DROP_PAUSE);
-    log_.warning(name_ + ": " + std::to_string(count) + " " + records_ + " dropped");
+    log_.warning(name_ + ": " + std::to_string(count) + " " + record_ + (count == 1 ? "" : "s") +
+                 " dropped");
 }
 
 }  // namespace node

@@ -16,13 +16,14 @@ namespace node {
 
 class OutputWarnings {
   public:
-    // name: of the output, ahead of each text. records: what it drops, "frames".
-    OutputWarnings(Loop& loop, const Log& log, std::string name, std::string records);
+    // name: of the output, ahead of each text. record: what it drops, "frame".
+    OutputWarnings(Loop& loop, const Log& log, std::string name, std::string record);
 
     void failed(const std::string& text);
     void worked();
     void dropped(uint64_t count = 1);
-    void look(const Sink& sink);  // takes both from there
+    void look(const Sink& sink);     // takes both from there
+    void finish() { sayDropped(); }  // what was not said for having been said just before
 
     uint64_t totalDropped() const { return total_; }
     const std::string& name() const { return name_; }
@@ -32,7 +33,7 @@ class OutputWarnings {
 
     const Log& log_;
     const std::string name_;
-    const std::string records_;
+    const std::string record_;
     std::string failure_;  // said; empty = it works
     uint64_t total_ = 0;
     uint64_t said_ = 0;  // of the total

@@ -97,7 +97,7 @@ bool isWavName(std::string_view name) {
 WavFiles::WavFiles(Loop& loop, const Log& log, const WavFilesOptions& options, OnWritten on_written)
     : options_(options),
       on_written_(std::move(on_written)),
-      warnings_(loop, log, "wav", "utterances"),
+      warnings_(loop, log, "wav", "utterance"),
       background_(loop) {
     const char* const folder = options_.folder.c_str();
     struct stat about {};

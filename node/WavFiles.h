@@ -29,6 +29,7 @@ class WavFiles : public Listener {
     WavFiles(Loop& loop, const Log& log, const WavFilesOptions& options, OnWritten on_written);
 
     void onUtterance(const UtterancePtr& utterance) override;
+    void finish() override { warnings_.finish(); }
     bool idle() const override { return waiting_.empty() && !background_.busy(); }
     uint64_t dropped() const override { return warnings_.totalDropped(); }
     std::string name() const override { return warnings_.name(); }

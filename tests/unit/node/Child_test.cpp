@@ -12,6 +12,22 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
+// This process gets no descriptor of this number or above.
+class DescriptorLimit {
+  public:
+    explicit DescriptorLimit(int end) {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit now{static_cast<rlim_t>(end), before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &now);
+    }
+    DescriptorLimit(const DescriptorLimit&) = delete;
+    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+  private:
+    rlimit before_{};
+};
+
 class ChildTest : public NodeTest {
   protected:
     void start(const std::string& script, const std::vector<std::string>& environment = {}) {
@@ -98,27 +114,50 @@ TEST_F(ChildTest, VariableTakesThePlaceOfOurs) {
     EXPECT_EQ(output_, "TOLVANEV_TEST=new\nTOLVANEV_TEST2=x\n");
 }
 
+// No test under this limit may look at an object with virtual functions: a sanitizer that checks
+// them needs a descriptor.
 TEST_F(ChildTest, WithoutDescriptorsItIsNotStartedAndLeavesNone) {
-    rlimit before{};
-    getrlimit(RLIMIT_NOFILE, &before);
     const std::set<int> open = openDescriptors();
+    Loop& loop = loop_;
+    Reaper& reaper = reaper_;
     // Each of the steps in its turn is the one that fails.
     for (int room = 0; room < 8; ++room) {
-        rlimit now{0, before.rlim_max};
-        for (int free = 0; free < room || open.contains(static_cast<int>(now.rlim_cur));
-             ++now.rlim_cur)
-            free += !open.contains(static_cast<int>(now.rlim_cur));
-        setrlimit(RLIMIT_NOFILE, &now);
+        int end = 0;
+        for (int free = 0; free < room || open.contains(end); ++end)
+            free += !open.contains(end);
         std::string text;
         try {
-            start("exit 0");
+            const DescriptorLimit limit(end);
+            const Child child(loop, reaper, {"/bin/true"}, {}, {});
         } catch (const NodeError& error) {
             text = error.what();
         }
-        setrlimit(RLIMIT_NOFILE, &before);
-        EXPECT_THAT(text, HasSubstr("/bin/sh: too many open files")) << "room for " << room;
-        loop_.runOnce(false);
+        EXPECT_EQ(text, "/bin/true: too many open files") << "room for " << room;
+        loop.runOnce(false);
     }
+}
+
+TEST_F(ChildTest, WithoutWhatStartsItThereIsNoChild) {
+    try {
+        start("exit 0", {"PATH=/nowhere"});
+        FAIL();
+    } catch (const NodeError& error) {
+        EXPECT_STREQ(error.what(), "setpriv: no such file or directory");
+    }
+}
+
+TEST_F(ChildTest, MissingProgramIsAnEnd) {
+    child_ = std::make_unique<Child>(
+        loop_, reaper_, std::vector<std::string>{"/no/program"}, std::vector<std::string>{},
+        ChildEvents{.on_output = nullptr,
+                    .on_errors = [this](std::string_view bytes) { errors_ += bytes; },
+                    .on_output_end = nullptr,
+                    .on_exit = [this](const Ending& end) { events_.push_back(end.text()); },
+                    .on_stray = nullptr,
+                    .on_gone = [this] { child_.reset(); }});
+    waitFor([this] { return !child_; });
+    EXPECT_THAT(events_, ElementsAre("status 127"));
+    EXPECT_THAT(errors_, HasSubstr("/no/program"));
 }
 
 TEST_F(ChildTest, GoesWithTheProcessThatStartedIt) {

@@ -168,7 +168,10 @@ TEST_F(ExecCommandTest, SlowCommandLosesTheOldest) {
     hear(7);
     EXPECT_THAT(texts_, ElementsAre("1", "4", "5", "6", "7"));
     EXPECT_EQ(exec_->dropped(), 2u);
-    EXPECT_THAT(said(), ElementsAre("exec: 1 utterances dropped"));
+    EXPECT_THAT(said(), ElementsAre("exec: 1 utterance dropped"));
+    exec_->finish();
+    EXPECT_THAT(said().back(), "exec: 1 utterance dropped");
+    EXPECT_THAT(said(), SizeIs(2));
 }
 
 TEST_F(ExecCommandTest, SeveralRunAtOnce) {
@@ -191,7 +194,7 @@ TEST_F(ExecCommandTest, AtTheEndOfTheNodeCommandsGetTheirGrace) {
     EXPECT_FALSE(exec_->idle());
     waitUntilIdle();
     EXPECT_TRUE(isGone(texts_[0]));
-    EXPECT_THAT(said(), ElementsAre("exec: 1 utterances dropped",
+    EXPECT_THAT(said(), ElementsAre("exec: 1 utterance dropped",
                                     "exec: the command was killed, since the node ends"));
 }
 

@@ -120,7 +120,7 @@ TEST_F(WavFilesTest, FullDiskIsSaidOnceAndLeavesNothing) {
         EXPECT_THAT(found(), IsEmpty());
     }
     EXPECT_THAT(said(), ElementsAre("wav: " + options_.folder + ": file too large",
-                                    "wav: 1 utterances dropped"));
+                                    "wav: 1 utterance dropped"));
     EXPECT_EQ(files_->dropped(), 2u);
     EXPECT_THAT(written_, IsEmpty());
     hear(utteranceOf(3));
@@ -150,6 +150,8 @@ TEST_F(WavFilesTest, SlowDiskLosesTheNewest) {
     for (uint64_t i = 1; i <= 12; ++i)
         files_->onUtterance(utteranceOf(i));
     EXPECT_EQ(files_->dropped(), 3u);
+    files_->finish();
+    EXPECT_THAT(said(), ElementsAre("wav: 1 utterance dropped", "wav: 2 utterances dropped"));
     waitFor([this] { return files_->idle(); });
     EXPECT_EQ(written_.size(), 9u);
     EXPECT_THAT(written_.back(), HasSubstr("000009"));
