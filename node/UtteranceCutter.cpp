@@ -58,8 +58,13 @@ void UtteranceCutter::take(const Frame& frame, Clock::time_point now, SystemTime
 }
 
 void UtteranceCutter::lookForGap(Clock::time_point now, SystemTime wall) {
-    if (open_ && now - last_frame_ > LONGEST_GAP)
-        finish(Cut::GAP, wall);
+    if (now - last_frame_ <= LONGEST_GAP)
+        return;
+    finish(Cut::GAP, wall);
+    // Frames were held back: what came before them is not what was heard just before the next.
+    before_.clear();
+    noise_left_ = 0;
+    last_type_ = FRAME_DATA;
 }
 
 void UtteranceCutter::endRun(SystemTime wall) {

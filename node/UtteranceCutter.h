@@ -50,7 +50,7 @@ class UtteranceCutter {
     OnUtterance on_utterance_;
     size_t preroll_size_;  // bytes
     size_t longest_size_;  // bytes
-    std::string before_;   // the last preroll_size_ bytes of audio outside utterances
+    std::string before_;   // the last preroll_size_ bytes outside utterances, without a gap
     Utterance utterance_;  // the open one
     bool open_ = false;
     uint64_t utterances_ = 0;
