@@ -25,12 +25,6 @@ constexpr Row TABLE[] = {
     {"[AppcontrollerError]",
      "the engines' frames are not what they should be; are -m and -v exchanged?", true},
     {"Invalid log level.", "wrong option: --log_level is err, warn, info or debug", false},
-    {"undefined option", "wrong option", true},
-    {"ambiguous short option", "wrong option", true},
-    {"undefined short option", "wrong option", true},
-    {"option needs value", "wrong option", true},
-    {"option value is invalid", "wrong option", true},
-    {"usage: ", "it printed its help text", false},
     {"is this program itself", "the engine is the bridge itself", false},
 };
 
@@ -38,17 +32,38 @@ std::string quoted(const Row& row, const std::string& message) {
     return row.quote ? std::string(row.reason) + ": " + message : row.reason;
 }
 
-// How the first engine ended that did not end in good order; empty when all did.
-std::string brokenEngine(const std::vector<Ending>& engines) {
-    for (const Ending& engine : engines) {
-        if (engine.status != 0 || (engine.signal != 0 && engine.signal != SIGTERM))
+// A command line that the bridge does not take: what is wrong with it, then the help text. The
+// first mistake may have made others of the words behind it.
+std::string commandLineEnd(const std::deque<std::string>& messages) {
+    const auto help = std::find_if(messages.begin(), messages.end(), [](const auto& message) {
+        return message.starts_with("usage: ") && message.find(" [options] ...") != message.npos;
+    });
+    if (help == messages.end())
+        return "";
+    if (help == messages.begin())
+        return "it printed its help text";
+    return "wrong option: " + messages.front();
+}
+
+// How an engine ended that did not end in good order; empty when all did. Those that outlive the
+// bridge write to a pipe that nobody reads: SIGPIPE, or a status, tells of that as well.
+std::string brokenEngine(const RunEvidence& evidence) {
+    for (const Ending& engine : evidence.engines) {
+        if (engine.signal != 0 && engine.signal != SIGTERM && engine.signal != SIGPIPE)
             return "an engine ended with " + engine.text();
+    }
+    for (const Ending& engine : evidence.engines) {
+        if (engine.status != 0)
+            return (evidence.had_frames
+                        ? "voice server closed the connection, or an engine ended with "
+                        : "an engine ended with ") +
+                   engine.text();
     }
     return "";
 }
 
 std::string brokenPipe(const RunEvidence& evidence) {
-    const std::string engine = brokenEngine(evidence.engines);
+    const std::string engine = brokenEngine(evidence);
     if (!engine.empty())
         return engine;
     if (evidence.had_frames)
@@ -64,6 +79,9 @@ std::string reasonOf(const RunEvidence& evidence) {
         return brokenPipe(evidence);
     if (evidence.ending.signal != 0)
         return "killed by " + evidence.ending.text();
+    const std::string command_line = commandLineEnd(evidence.messages);
+    if (!command_line.empty())
+        return command_line;
     for (auto message = evidence.messages.rbegin(); message != evidence.messages.rend();
          ++message) {
         for (const Row& row : TABLE) {

@@ -15,9 +15,11 @@ namespace node {
 
 // What is known of a run when it is over.
 struct RunEvidence {
-    Ending ending;                     // of the bridge
-    std::vector<Ending> engines;       // those that outlived it, or had ended when it did
-    std::deque<std::string> messages;  // the last ones, without time and level; newest last
+    Ending ending;                // of the bridge
+    std::vector<Ending> engines;  // those that outlived it, or had ended when it did
+    // The last ones, without time and level; newest last. The help text has ten lines, and those
+    // ahead of it tell why it was printed.
+    std::deque<std::string> messages;
     bool had_frames = false;
 };
 
