@@ -43,7 +43,7 @@ Watchdog::Watchdog(const WatchdogOptions& options, Clock::time_point began)
 std::optional<std::string> Watchdog::look(const Sight& sight, Clock::time_point now) {
     if (!connected_ && (sight.connected || sight.frames > 0)) {
         connected_ = true;
-        last_life_ = now;
+        last_life_ = last_calm_ = now;
     }
     std::optional<std::string> reason;
     if (!connected_) {
