@@ -14,6 +14,8 @@
 #include <string_view>
 #include <utility>
 
+#include "BridgeCommand.h"
+
 namespace node {
 
 namespace {
@@ -70,6 +72,14 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& more) {
     return all;
 }
 
+// What starts it would begin, and only then end with a status.
+void requireProgram(const std::string& name) {
+    if (!findProgram(name).empty())
+        return;
+    const bool there = name.find('/') != name.npos && access(name.c_str(), F_OK) == 0;
+    throw NodeError(name + ": " + strerror(there ? EACCES : ENOENT));
+}
+
 bool anyLeft(pid_t group) {
     return kill(-group, 0) == 0 || errno == EPERM;
 }
@@ -118,6 +128,7 @@ void Reaper::collect() {
 Child::Child(Loop& loop, Reaper& reaper, const std::vector<std::string>& words,
              const std::vector<std::string>& environment, ChildEvents events)
     : reaper_(reaper), events_(std::move(events)), rest_timer_(loop, [this] { lookForRest(); }) {
+    requireProgram(words.front());
     // What nobody asked for is not called.
     if (!events_.on_output)
         events_.on_output = [](std::string_view) {};
