@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Any bytes on the bridge's standard error. The first byte tells the cuts, as for frames. The lines
-// are what stands between line feeds, cut at the longest length, and each of them is a message that
-// says nothing that the line did not.
+// are what stands between line feeds, cut at the longest length, and the one or two messages of
+// each say nothing that the line did not.
 #include <algorithm>
 #include <string>
 #include <string_view>
@@ -58,11 +58,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Lines lines = readInPieces(bytes, data[0] == 0 ? bytes.size() + 1 : data[0]);
     REQUIRE(lines == expected(bytes));
     for (const std::string& line : lines) {
-        const node::Message message = node::parseBridgeLine(line);
-        REQUIRE(message.from_bridge);
-        REQUIRE(isWithin(message.text, line));
-        REQUIRE(message.text.empty() == (line.find_first_not_of(" \r") == line.npos));
-        REQUIRE(node::saysConnected(message.text) == node::saysConnected(line));
+        const std::vector<node::Message> messages = node::parseBridgeLine(line);
+        REQUIRE(messages.empty() == (line.find_first_not_of(" \r") == line.npos));
+        REQUIRE(messages.size() <= 2);
+        std::string texts;
+        for (const node::Message& message : messages) {
+            REQUIRE(message.from_bridge);
+            REQUIRE(!message.text.empty());
+            texts += message.text;
+        }
+        REQUIRE(isWithin(texts, line));
+        REQUIRE(node::saysConnected(texts) == node::saysConnected(line));
     }
     return 0;
 }

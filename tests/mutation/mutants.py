@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""Small, sensible faults in the bridge: (file in src/, text that stands there once, its mutation).
-The unit tests have to notice them; those that name files of tests/system/, the stories in these."""
+"""Small, sensible faults in the bridge and the node: (file in src/, or in node/ with its folder;
+text that stands there once; its mutation). The unit tests of that room have to notice them; those
+that name files of tests/system/, the stories in these."""
 
 MUTANTS = [
     # Encoding.
@@ -112,6 +113,64 @@ MUTANTS = [
     ("TCPClient.cpp", "interruptible([&] { return read(socket_fd_, data, size); })", "read(socket_fd_, data, size)"),
     ("TCPServer.cpp", "interruptible([&] { return read(socket_fd_, data, size); })", "read(socket_fd_, data, size)"),
     ("ROSConnector.cpp", "interruptible([&] { return ::read(fileno(stdin), buf, size); })", "::read(fileno(stdin), buf, size)"),
+    # The node: frames and utterances.
+    ("node/Frame.h", "value << 8 |", "value >> 8 |"),
+    ("node/Frame.h", "type <= FRAME_END)", "type < FRAME_END)"),
+    ("node/FrameReader.h", "CONFIRMED = 3;", "CONFIRMED = 2;"),
+    ("node/FrameReader.cpp", "++at_, ++lost_bytes_)", "++at_)"),
+    ("node/FrameReader.cpp", "(CONFIRMED - 1) * FRAME_SIZE + framesync::HEADER_SIZE", "CONFIRMED * FRAME_SIZE"),
+    ("node/FrameReader.cpp", "waiting_.size() - at_ < FRAME_SIZE", "waiting_.size() - at_ <= FRAME_SIZE"),
+    ("node/FrameReader.cpp", "std::exchange(lost_bytes_, 0)", "lost_bytes_"),
+    ("node/FrameReader.cpp", "    waiting_.erase(0, at_);\n    at_ = 0;\n", ""),
+    ("node/UtteranceCutter.h", "NOISE_FRAMES = 10;", "NOISE_FRAMES = 9;"),
+    ("node/UtteranceCutter.h", "LONGEST_GAP{1000}", "LONGEST_GAP{999}"),
+    ("node/UtteranceCutter.cpp", "last_type_ == FRAME_EOF ?", "last_type_ != FRAME_DATA ?"),
+    ("node/UtteranceCutter.cpp", "type == FRAME_TOF && last_type_", "last_type_"),
+    ("node/UtteranceCutter.cpp", "- utterance_.preroll >= longest_size_", ">= longest_size_"),
+    ("node/UtteranceCutter.cpp", "        begin(wall, 0);\n", ""),
+    ("node/UtteranceCutter.cpp", "if (cut != Cut::LENGTH)\n        on_speech_", "on_speech_"),
+    ("node/UtteranceCutter.cpp", "            ++data_frames_;\n", ""),
+    ("node/UtteranceCutter.cpp", "before_.clear();\n    noise_left_ = 0;\n    last_type_ = FRAME_DATA;\n}\n\nvoid UtteranceCutter::endRun", "}\n\nvoid UtteranceCutter::endRun"),
+    ("node/UtteranceCutter.cpp", "before_.erase(0, before_.size() - preroll_size_)", "before_.clear()"),
+    # The node: restarts, reasons, watchdog.
+    ("node/Backoff.h", "next_ * 2, LONGEST", "next_ * 2, LONGEST * 2"),
+    ("node/Backoff.h", "of_frames >= ENOUGH", "of_frames > ENOUGH"),
+    ("node/RunReason.cpp", "if (evidence.ending.signal == SIGPIPE)", "if (false)"),
+    ("node/RunReason.cpp", " && engine.signal != SIGPIPE", ""),
+    ("node/RunReason.cpp", "if (help == messages.begin())", "if (false)"),
+    ("node/RunReason.cpp", "evidence.messages.rbegin(); message != evidence.messages.rend()", "evidence.messages.begin(); message != evidence.messages.end()"),
+    ("node/Watchdog.cpp", "return !now.empty() && std::all_of", "return !now.empty() && std::any_of"),
+    ("node/Watchdog.cpp", "return !now.empty() && std::all_of", "return std::all_of"),
+    ("node/Watchdog.cpp", "        engines_ = sight.engines;\n", ""),
+    ("node/Watchdog.cpp", "options_.silence.count() == 0 ||", ""),
+    ("node/Watchdog.cpp", "last_life_ = last_calm_ = now;", "last_life_ = now;"),
+    ("node/Watchdog.cpp", "std::max(sight.frames - frames_,", "std::min(sight.frames - frames_,"),
+    ("node/Watchdog.cpp", "answered > before ? answered - before : 0", "answered - before"),
+    ("node/Watchdog.cpp", "options_.most_frames * seconds", "options_.most_frames"),
+    ("node/Watchdog.cpp", "options_.most_frames <= 0 ||", ""),
+    ("node/Watchdog.cpp", "now - began_ >= options_.waiting", "now - began_ > options_.waiting"),
+    # The node: lines, messages, commands.
+    ("node/LineReader.h", "LONGEST - std::min(line_.size(), LONGEST)", "LONGEST"),
+    ("node/BridgeMessage.cpp", "if (text.starts_with(CONNECTING) &&", "if (false &&"),
+    ("node/BridgeMessage.cpp", " || text.starts_with(\"[FATAL]\")", ""),
+    ("node/RepeatFilter.cpp", "memory.pause * 2", "memory.pause"),
+    ("node/RepeatFilter.cpp", "now - known->second.seen > FORGOTTEN", "now - known->second.written > FORGOTTEN"),
+    ("node/RepeatFilter.cpp", "one.second.seen < other.second.seen", "one.second.seen > other.second.seen"),
+    ("node/PlaySound.h", "now - since >= limit_", "now - since > limit_"),
+    ("node/PlaySound.h", "limit_.count() > 0 &&", ""),
+    ("node/PlaySound.h", "        for (const Holder holder : late)\n            since_.erase(holder);\n", ""),
+    ("node/BridgeCommand.cpp", "words_[i].starts_with(dashed + \"=\")", "words_[i].starts_with(dashed)"),
+    ("node/BridgeCommand.cpp", "first.st_ino == second.st_ino", "one == other"),
+    ("node/BridgeCommand.cpp", "size_t i = 1;", "size_t i = 0;"),
+    ("node/Vitals.cpp", "line.rfind(')')", "line.find(')')"),
+    ("node/Vitals.cpp", " || state == \"X\"", " && state == \"X\""),
+    ("node/Vitals.cpp", "\"wchar:\"", "\"rchar:\""),
+    # The node: processes.
+    ("node/Child.cpp", "\"--pdeathsig\", \"SIGKILL\", ", ""),
+    ("node/Child.cpp", "UV_PROCESS_DETACHED", "0"),
+    ("node/Child.cpp", "    if (!gone_)\n        kill(-pid_, SIGKILL);", ""),
+    ("node/Child.cpp", "    requireProgram(words.front());\n", ""),
+    ("node/Child.cpp", "!exited_ || gone_ || anyLeft(pid_)", "!exited_ || gone_"),
     # For stories: counts, orders across processes, delays.
     ("MMSEAppController.cpp", "send_que_.size() >= NOISE_FRAME_SIZE)", "send_que_.size() >= NOISE_FRAME_SIZE - 1)", "test_frame_road"),
     ("MMSEAppController.cpp", "send_que_.size() >= NOISE_FRAME_SIZE)", "send_que_.size() > NOISE_FRAME_SIZE)", "test_frame_road"),
