@@ -24,6 +24,12 @@ struct Times {
     unsigned preroll = 200;
 };
 
+// The help text gives the unit and the default; a range is told when it is left.
+template <typename T>
+CLI::Validator within(T lowest, T highest) {
+    return CLI::Range(lowest, highest).description("");
+}
+
 milliseconds fromSeconds(double seconds) {
     return milliseconds(std::llround(seconds * 1000));
 }
@@ -34,9 +40,11 @@ void declareOutputs(CLI::App& app, Options& options, Times& times) {
         ->type_name("DIR")
         ->group(group);
     app.add_option("--wav-files", options.wav_files, "WAV files kept; 0: any number")
+        ->type_name("N")
         ->capture_default_str()
         ->group(group);
     app.add_option("--wav-megabytes", options.wav_megabytes, "megabytes of WAV files kept; 0: any")
+        ->type_name("N")
         ->capture_default_str()
         ->group(group);
     app.add_option("--exec", options.exec,
@@ -45,16 +53,19 @@ void declareOutputs(CLI::App& app, Options& options, Times& times) {
         ->type_name("COMMAND")
         ->group(group);
     app.add_option("--exec-jobs", options.exec_jobs, "commands at once")
-        ->check(CLI::Range(1, 64))
+        ->check(within(1, 64))
+        ->type_name("N")
         ->capture_default_str()
         ->group(group);
     app.add_option("--exec-queue", options.exec_queue,
                    "utterances that wait for a command; then the oldest is dropped")
-        ->check(CLI::Range(1, 1000))
+        ->check(within(1, 1000))
+        ->type_name("N")
         ->capture_default_str()
         ->group(group);
     app.add_option("--exec-timeout", options.exec_timeout, "seconds that a command may take")
-        ->check(CLI::Range(0.1, 86400.0))
+        ->check(within(0.1, 86400.0))
+        ->type_name("SECONDS")
         ->capture_default_str()
         ->group(group);
     app.add_option("--frames", options.frames, "the bridge's frames as they are")
@@ -67,12 +78,14 @@ void declareOutputs(CLI::App& app, Options& options, Times& times) {
         ->type_name("FILE")
         ->group(group);
     app.add_option("--preroll", times.preroll, "milliseconds from before START in each utterance")
-        ->check(CLI::Range(0, 10000))
+        ->check(within(0, 10000))
+        ->type_name("MS")
         ->capture_default_str()
         ->group(group);
     app.add_option("--utterance-max", times.longest,
                    "seconds; a longer utterance is handed on in parts")
-        ->check(CLI::Range(1.0, 600.0))
+        ->check(within(1.0, 600.0))
+        ->type_name("SECONDS")
         ->capture_default_str()
         ->group(group);
 }
@@ -84,7 +97,8 @@ void declareOrders(CLI::App& app, Options& options, Times& times) {
         ->group(group);
     app.add_option("--play-sound-limit", times.play_sound,
                    "seconds after which a sound counts as ended; 0: never")
-        ->check(CLI::Range(0.0, 86400.0))
+        ->check(within(0.0, 86400.0))
+        ->type_name("SECONDS")
         ->capture_default_str()
         ->group(group);
     app.add_option("--ask", options.ask, "asks the node with this --control socket")
@@ -96,19 +110,29 @@ void declareWatch(CLI::App& app, Options& options, Times& times) {
     const char* const group = "When the bridge is ended and started again";
     app.add_option("--watchdog", times.silence,
                    "seconds with both peers but without a sign of life; 0: never")
-        ->check(CLI::Range(0.0, 86400.0))
+        ->check(within(0.0, 86400.0))
+        ->type_name("SECONDS")
         ->capture_default_str()
         ->group(group);
     app.add_option("--max-rate", options.node.watchdog.most_frames,
                    "frames a second, for five seconds; audio has 100; 0: never")
-        ->check(CLI::NonNegativeNumber)
+        ->check(within(0.0, 1e9))
+        ->type_name("FRAMES")
         ->capture_default_str()
         ->group(group);
     app.add_option("--max-wait", times.waiting,
                    "seconds without its peers, each attempt costs it a descriptor; 0: never")
-        ->check(CLI::NonNegativeNumber)
+        ->check(within(0.0, 1e9))
+        ->type_name("SECONDS")
         ->capture_default_str()
         ->group(group);
+}
+
+Level levelOf(const std::string& word) {
+    return word == "err"    ? Level::ERROR
+           : word == "warn" ? Level::WARNING
+           : word == "info" ? Level::INFO
+                            : Level::DEBUG;
 }
 
 // What the parser cannot know; empty when all is well.
@@ -132,15 +156,12 @@ int parseOptions(int argc, const char* const* argv, Options& options) {
     declareOutputs(app, options, times);
     declareOrders(app, options, times);
     declareWatch(app, options, times);
-    const std::map<std::string, Level> levels = {{"err", Level::ERROR},
-                                                 {"warn", Level::WARNING},
-                                                 {"info", Level::INFO},
-                                                 {"debug", Level::DEBUG}};
-    app.add_option("--log-level", options.log_level, "err, warn, info (default) or debug")
-        ->transform(CLI::CheckedTransformer(levels, CLI::ignore_case))
-        ->type_name("LEVEL");
-    app.add_option("words", options.words, "bridge and its options, behind --")
-        ->type_name("-- BRIDGE [ITS OPTIONS]");
+    std::string level = "info";
+    app.add_option("--log-level", level, "err, warn, info or debug")
+        ->check(CLI::IsMember({"err", "warn", "info", "debug"}).description(""))
+        ->type_name("LEVEL")
+        ->capture_default_str();
+    app.add_option("words", options.words, "behind --: the bridge and its options")->type_name("");
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& told) {  // --help, --version
@@ -149,6 +170,7 @@ int parseOptions(int argc, const char* const* argv, Options& options) {
         std::cerr << "tolvanev-node: " << error.what() << "; see --help\n";
         return 2;
     }
+    options.log_level = levelOf(level);
     options.node.watchdog.silence = fromSeconds(times.silence);
     options.node.watchdog.waiting = fromSeconds(times.waiting);
     options.node.play_sound_limit = fromSeconds(times.play_sound);

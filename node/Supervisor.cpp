@@ -7,6 +7,12 @@
 
 namespace node {
 
+namespace {
+
+constexpr const char* NOT_STARTED = "not started";  // in place of an exit status
+
+}  // namespace
+
 Supervisor::Supervisor(Loop& loop, Reaper& reaper, const Log& log, BridgeCommand command,
                        const WatchdogOptions& watchdog, Listener& listener)
     : loop_(loop),
@@ -64,16 +70,17 @@ void Supervisor::couldNotStart(const std::string& reason) {
     RunEnd end;
     end.run = runs_;
     end.reason = reason;
-    end.status = "not started";
+    end.status = NOT_STARTED;
     end.pause = backoff_.after(milliseconds(0));
     tellEnd(end);
 }
 
 void Supervisor::tellEnd(const RunEnd& end) {
     last_reason_ = end.reason;
-    const std::string next = std::to_string(end.pause.count() / 1000) + " s";
-    log_.warning("the bridge ended (" + end.status + "): " + end.reason + "; next start in " +
-                 next);
+    const std::string how = end.status == NOT_STARTED ? "the bridge was not started: "
+                                                      : "the bridge ended (" + end.status + "): ";
+    log_.warning(how + end.reason + "; next start in " + std::to_string(end.pause.count() / 1000) +
+                 " s");
     listener_.onRunEnd(end);
     enter(State::RESTARTING, end.reason);
     launch_timer_.once(end.pause);
