@@ -23,7 +23,9 @@ constexpr Row TABLE[] = {
     {"Invalid header type", "a frame was torn or of an unknown type", true},
     {"launch failed", "no process or pipe for an engine", true},
     {"[AppcontrollerError]",
-     "the engines' frames are not what they should be; are -m and -v exchanged?", true},
+     "the engines' frames are not what they should be: the voice server tore a frame, or an engine "
+     "is wrong, or are -m and -v exchanged?",
+     true},
     {"Invalid log level.", "wrong option: --log_level is err, warn, info or debug", false},
     {"is this program itself", "the engine is the bridge itself", false},
 };
@@ -89,8 +91,9 @@ std::string reasonOf(const RunEvidence& evidence) {
                 return quoted(row, *message);
         }
     }
-    if (evidence.ending.status != 0)
-        return "ended with " + evidence.ending.text();
+    if (evidence.ending.status != 0)  // not the bridge's own: of what was to start it
+        return "ended with " + evidence.ending.text() +
+               (evidence.messages.empty() ? "" : ": " + evidence.messages.back());
     return "was interrupted, or ended without a word";
 }
 
