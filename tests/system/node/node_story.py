@@ -36,6 +36,12 @@ RESET = struct.pack("ii", 1, 0)  # SO_LINGER: closing resets the connection
 signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
+def reset(peer: socket.socket) -> None:
+    """Ends a connection as a peer does that is killed with something unread."""
+    peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET)
+    os.close(peer.detach())
+
+
 class Microphone:
     """A voice server that is never discouraged: connects, sends frames at the pace of real audio,
     numbered in their first sample, reads what comes back, and connects again when the bridge has
@@ -47,6 +53,7 @@ class Microphone:
         self.present = True  # False: stays away once it has lost its connection
         self.peer: socket.socket | None = None
         self._silent = False
+        self._then: Callable[[socket.socket], None] | None = None  # instead of the next frame
         self._stop = False
         self._thread = threading.Thread(target=self._run, daemon=True)
         self._thread.start()
@@ -58,7 +65,7 @@ class Microphone:
                     raise ConnectionError
                 with socket.create_connection(("127.0.0.1", self.port), 1) as self.peer:
                     self.connections += 1
-                    self._silent = False
+                    self._silent, self._then = False, None
                     self._talk(self.peer)
             except OSError:
                 time.sleep(0.02)
@@ -67,6 +74,8 @@ class Microphone:
         peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         number, began = 0, time.monotonic()
         while not self._stop:
+            if self._then:
+                return self._then(peer)
             number += 1
             if not self._silent:
                 peer.sendall(frames.make(frames.DATA, struct.pack("<h", number % 32768)))
@@ -77,13 +86,17 @@ class Microphone:
             except TimeoutError:
                 pass
 
-    def reset(self) -> None:
-        self.peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET)
-        os.close(self.peer.detach())
+    def send(self, data: bytes) -> None:
+        """Between two frames."""
+        self.peer.sendall(data)
 
-    def hang_up(self) -> None:
-        """Closes in good order, both ways."""
-        self.peer.shutdown(socket.SHUT_RDWR)
+    def reset(self) -> None:
+        self._then = reset
+
+    def stay_away(self) -> None:
+        """Closes in good order, and does not come back before it is `present` again."""
+        self.present = False
+        self._then = socket.socket.close
 
     def half_close(self) -> None:
         """Sends no more, and goes on reading."""
