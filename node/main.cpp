@@ -25,8 +25,8 @@ using namespace node;
 
 constexpr size_t UNWRITTEN_MESSAGES = 256 * 1024;  // bytes; what nobody reads is dropped
 constexpr milliseconds LAST_WORDS{500};            // for standard error, at the end
-constexpr milliseconds LOOK{5};                    // whether they are written
-constexpr milliseconds COMMANDS{500};              // for commands under way, at the end
+constexpr milliseconds COMMANDS{500};              // for those under way, at the end
+constexpr milliseconds LAST_WORDS_PERIOD{5};       // looks whether they have gone out
 
 // The node with all that the command line asks for. Destroyed in the reverse order: outputs go
 // before what they stand on.
@@ -41,10 +41,7 @@ class Program {
           interrupt_(loop, SIGINT, [this] { stop("SIGINT"); }),
           terminate_(loop, SIGTERM, [this] { stop("SIGTERM"); }),
           hang_up_(loop, SIGHUP, [this] { stop("SIGHUP"); }),
-          last_words_(loop, [this] {
-              if (errors_->idle() || Clock::now() >= end_by_)
-                  loop_.stop();
-          }) {
+          last_words_(loop, [this] { lookForLastWords(); }) {
         addOutputs();
     }
 
@@ -61,6 +58,7 @@ class Program {
     void addExec();
     void say(const Message& message);
     void stop(const std::string& why);
+    void lookForLastWords();
 
     Loop& loop_;
     const Options& options_;
@@ -75,7 +73,7 @@ class Program {
     SignalWatch terminate_;
     SignalWatch hang_up_;
     Timer last_words_;
-    Clock::time_point end_by_;
+    Clock::time_point give_up_;  // on them
     std::unique_ptr<Control> control_;
 };
 
@@ -150,11 +148,17 @@ void Program::stop(const std::string& why) {
     log_.info("stopping: " + why);
     node_.stop([this] {
         unfinished_ = !node_.outputsIdle();
-        control_.reset();
         log_.info("stopped");
-        end_by_ = Clock::now() + LAST_WORDS;
-        last_words_.every(LOOK);
+        control_.reset();  // its socket file goes also when the program ends without more ado
+        give_up_ = Clock::now() + LAST_WORDS;
+        last_words_.every(LAST_WORDS_PERIOD);
+        lookForLastWords();
     });
+}
+
+void Program::lookForLastWords() {
+    if (errors_->idle() || Clock::now() >= give_up_)
+        loop_.stop();
 }
 
 }  // namespace
@@ -173,7 +177,7 @@ int main(int argc, char** argv) {
         Program program(loop, options);
         const int result = program.run();
         if (!program.idle())
-            _exit(1);  // a job hangs in the system; the loop would wait for it
+            _exit(result);  // a job may hang in the system; the loop would wait for it
         return result;
     } catch (const NodeError& error) {
         std::cerr << "tolvanev-node: " << error.what() << "\n";
