@@ -16,7 +16,7 @@ namespace node {
 
 namespace {
 
-constexpr int BACKLOG = 16;
+constexpr int BACKLOG = 128;     // clients that come at once; more are told to try again, or wait
 constexpr milliseconds TURN{1};  // between two readings of one client
 
 // Where nobody listens any more, a socket file is left by a node that was killed.
