@@ -52,7 +52,7 @@ class Microphone:
         self.connections = 0
         self.present = True  # False: stays away once it has lost its connection
         self.peer: socket.socket | None = None
-        self._silent = False
+        self._pause_until = 0.0
         self._then: Callable[[socket.socket], None] | None = None  # instead of the next frame
         self._stop = False
         self._thread = threading.Thread(target=self._run, daemon=True)
@@ -65,7 +65,7 @@ class Microphone:
                     raise ConnectionError
                 with socket.create_connection(("127.0.0.1", self.port), 1) as self.peer:
                     self.connections += 1
-                    self._silent, self._then = False, None
+                    self._pause_until, self._then = 0.0, None
                     self._talk(self.peer)
             except OSError:
                 time.sleep(0.02)
@@ -77,7 +77,7 @@ class Microphone:
             if self._then:
                 return self._then(peer)
             number += 1
-            if not self._silent:
+            if time.monotonic() >= self._pause_until:
                 peer.sendall(frames.make(frames.DATA, struct.pack("<h", number % 32768)))
             peer.settimeout(max(began + number / frames.PER_SECOND - time.monotonic(), 0.001))
             try:
@@ -98,9 +98,12 @@ class Microphone:
         self.present = False
         self._then = socket.socket.close
 
+    def pause(self, seconds: float) -> None:
+        self._pause_until = time.monotonic() + seconds
+
     def half_close(self) -> None:
         """Sends no more, and goes on reading."""
-        self._silent = True
+        self._pause_until = float("inf")
         self.peer.shutdown(socket.SHUT_WR)
 
     def close(self) -> None:
@@ -278,9 +281,9 @@ class NodeStory(unittest.TestCase):
     def connect(self) -> socket.socket:
         """A control client."""
         client = socket.socket(socket.AF_UNIX)
-        client.settimeout(BOUND)
-        client.connect(str(self.socket))
         self.addCleanup(client.close)
+        client.connect(str(self.socket))
+        client.settimeout(BOUND)
         return client
 
     def order(self, order: dict, client: socket.socket | None = None) -> dict:
