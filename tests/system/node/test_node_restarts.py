@@ -59,15 +59,6 @@ class Starts(NodeStory):
         shutil.copy(source, path)
         self.wait_for_run(2)
 
-    def test_bridge_that_is_no_program(self) -> None:
-        program = self.folder / "bridge"
-        program.write_bytes(b"\x7fELF, but nothing behind it")
-        program.chmod(0o755)
-        self.start_node(command=[str(program), *self.bridge()[1:]])
-        (end,) = self.wait_for_events("run_end")
-        self.assertEqual(end["pause"], 1)
-        self.assertEqual(end["status"], "status 126")
-
 
 class OneAtATime(NodeStory):
     """A bridge that is killed leaves its engines; these heed neither SIGTERM nor their closed
