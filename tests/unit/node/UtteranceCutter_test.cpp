@@ -249,6 +249,7 @@ TEST_F(UtteranceCutterTest, AVoiceServersOwnMarksHaveNoNoiseBehindThem) {
                               {TOF},
                               {EOF_FRAME},
                               {TOF, EOF_FRAME},
+                              {EOF_FRAME, EOF_FRAME},
                               {EOF_FRAME, END, TOF}}) {
         for (const int32_t type : marks)
             mark(type);
