@@ -193,6 +193,18 @@ TEST_F(WatchdogTest, ASpinIsFoundThoughEnginesAreRenewed) {
     EXPECT_THAT(reason_, Optional(HasSubstr("more frames")));
 }
 
+// The new engines have answered far less than the old ones had.
+TEST_F(WatchdogTest, ARenewalIsNoSpinHoweverShortThatMayBe) {
+    node::WatchdogOptions options;
+    options.spinning = milliseconds(1000);
+    begin(options);
+    connect();
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(quietFor(5, 100, 100, 100));
+        renew();
+    }
+}
+
 TEST_F(WatchdogTest, ABurstShorterThanTheLimitIsNoSpin) {
     connect();
     for (int i = 0; i < 20; ++i) {
