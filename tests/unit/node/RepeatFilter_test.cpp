@@ -87,6 +87,18 @@ TEST_F(RepeatFilterTest, ATextNotSeenForTwoHoursIsNewAgain) {
     EXPECT_THAT(say(REFUSED), Optional(Eq(REFUSED)));  // and its pauses begin anew
 }
 
+TEST_F(RepeatFilterTest, ATextHeldBackAnHourAgoIsNotForgottenBecauseItWasWrittenLongBefore) {
+    say("text");
+    for (const int pause : {1, 2, 4, 8, 16, 32}) {
+        now_ += minutes(pause);
+        EXPECT_THAT(say("text"), Optional(Eq("text")));
+    }
+    now_ += minutes(59);
+    EXPECT_EQ(say("text"), std::nullopt);
+    now_ += minutes(119);
+    EXPECT_THAT(say("text"), Optional(Eq("text (2 times in 178 min)")));
+}
+
 TEST_F(RepeatFilterTest, RemembersSixtyFourTextsAndForgetsTheOneSeenLongestAgo) {
     for (int i = 0; i < 64; ++i) {
         say("text " + std::to_string(i));
