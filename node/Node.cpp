@@ -22,8 +22,7 @@ SystemTime wallClock() {
 }  // namespace
 
 Node::Node(Loop& loop, const Log& log, const NodeOptions& options)
-    : loop_(loop),
-      log_(log),
+    : log_(log),
       reaper_(loop),
       service_(loop),
       play_sound_(options.play_sound_limit),

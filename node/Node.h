@@ -68,7 +68,6 @@ class Node : private Listener {
     void applyPlaySound();
     void finishOutputs();
 
-    Loop& loop_;
     const Log& log_;
     Reaper reaper_;
     Service service_;
