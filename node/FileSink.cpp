@@ -91,8 +91,12 @@ struct FileSink::Batch {
     }
 };
 
-FileSink::FileSink(Loop& loop, int fd, std::string path, size_t limit)
-    : limit_(limit), file_(std::make_shared<File>(fd, std::move(path))), background_(loop) {}
+FileSink::FileSink(Loop& loop, int fd, std::string path, size_t limit, milliseconds gather)
+    : limit_(limit),
+      file_(std::make_shared<File>(fd, std::move(path))),
+      gather_(gather),
+      gather_timer_(loop, [this] { start(); }),
+      background_(loop) {}
 
 bool FileSink::write(std::string record) {
     if (record.size() > limit_ - waiting_) {
@@ -102,9 +106,17 @@ bool FileSink::write(std::string record) {
     }
     waiting_ += record.size();
     records_.push_back(std::move(record));
-    if (!background_.busy())
-        start();
+    startSoon();
     return true;
+}
+
+void FileSink::startSoon() {
+    if (background_.busy() || records_.empty() || gather_timer_.active())
+        return;
+    if (gather_.count() > 0)
+        gather_timer_.once(gather_);
+    else
+        start();
 }
 
 void FileSink::start() {
@@ -122,8 +134,7 @@ void FileSink::finished(const Batch& batch) {
     const bool news = lost > 0 || error != error_;
     dropped_ += lost;
     error_ = error;
-    if (!records_.empty())
-        start();
+    startSoon();
     if (news)
         changed();
 }

@@ -12,8 +12,9 @@ namespace node {
 
 class FileSink : public Sink {
   public:
-    // path: empty = whatever becomes of its name, it is written to through fd. Owns fd.
-    FileSink(Loop& loop, int fd, std::string path, size_t limit);
+    // path: empty = whatever becomes of its name, it is written to through fd. Owns fd. gather:
+    // what comes within this time is written at once; each write is a job of its own for a thread.
+    FileSink(Loop& loop, int fd, std::string path, size_t limit, milliseconds gather);
 
     bool write(std::string record) override;
     bool idle() const override { return records_.empty() && !background_.busy(); }
@@ -23,6 +24,7 @@ class FileSink : public Sink {
     struct File;
     struct Batch;
     void start();
+    void startSoon();
     void finished(const Batch& batch);
 
     const size_t limit_;
@@ -30,6 +32,8 @@ class FileSink : public Sink {
     std::vector<std::string> records_;
     size_t waiting_ = 0;  // bytes: of the records and of the job
     std::string error_;
+    const milliseconds gather_;
+    Timer gather_timer_;
     Background background_;
 };
 

@@ -5,7 +5,7 @@ namespace node {
 
 FrameOutput::FrameOutput(Loop& loop, const Log& log, const FrameOutputOptions& options)
     : warnings_(loop, log, "frames", "frame"),
-      sink_(Sink::open(loop, options.path, options.limit)) {
+      sink_(Sink::open(loop, options.path, options.limit, options.gather)) {
     sink_->onChange([this] { warnings_.look(*sink_); });
     warnings_.look(*sink_);
 }

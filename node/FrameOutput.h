@@ -8,8 +8,9 @@
 namespace node {
 
 struct FrameOutputOptions {
-    std::string path;                      // file, FIFO or "-"
-    size_t limit = 10 * 100 * FRAME_SIZE;  // bytes that may wait: 10 s
+    std::string path;                                    // file, FIFO or "-"
+    size_t limit = FRAME_SIZE * FRAMES_PER_SECOND * 10;  // bytes that may wait: 10 s
+    milliseconds gather{50};  // frames for a regular file, which nobody follows that closely
 };
 
 class FrameOutput : public Listener {

@@ -33,7 +33,8 @@ int ownDescription(int fd) {
 
 }  // namespace
 
-std::unique_ptr<Sink> Sink::open(Loop& loop, const std::string& path, size_t limit) {
+std::unique_ptr<Sink> Sink::open(Loop& loop, const std::string& path, size_t limit,
+                                 milliseconds gather) {
     if (path == "-")
         return onDescriptor(loop, STDOUT_FILENO, limit);
     struct stat about {};
@@ -48,7 +49,7 @@ std::unique_ptr<Sink> Sink::open(Loop& loop, const std::string& path, size_t lim
         check(-errno, path);
     if (takesBytesAsTheyAreRead(fd))
         return std::make_unique<StreamSink>(loop, fd, limit);
-    return std::make_unique<FileSink>(loop, fd, path, limit);
+    return std::make_unique<FileSink>(loop, fd, path, limit, gather);
 }
 
 // A regular file is written to where its description stands: what others write there before and
@@ -60,7 +61,7 @@ std::unique_ptr<Sink> Sink::onDescriptor(Loop& loop, int fd, size_t limit) {
         check(-errno, "descriptor " + std::to_string(fd));
     if (stream)
         return std::make_unique<StreamSink>(loop, own, limit);
-    return std::make_unique<FileSink>(loop, own, "", limit);
+    return std::make_unique<FileSink>(loop, own, "", limit, milliseconds(0));
 }
 
 }  // namespace node

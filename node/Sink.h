@@ -28,8 +28,10 @@ class Sink {
     Sink& operator=(const Sink&) = delete;
     virtual ~Sink() = default;
 
-    // limit: bytes that may wait.
-    static std::unique_ptr<Sink> open(Loop& loop, const std::string& path, size_t limit);
+    // limit: bytes that may wait. gather: how long records for a regular file are gathered before
+    // they are written together.
+    static std::unique_ptr<Sink> open(Loop& loop, const std::string& path, size_t limit,
+                                      milliseconds gather = milliseconds(0));
     // fd stays the caller's; for standard error.
     static std::unique_ptr<Sink> onDescriptor(Loop& loop, int fd, size_t limit);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // tolvanev-node: from the command line to one running Node with its outputs. docs/node.md explains
 // it to who runs a robot.
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -161,6 +162,15 @@ void Program::lookForLastWords() {
         loop_.stop();
 }
 
+// What is opened first takes the lowest numbers: a socket must not become standard error.
+void holdStandardDescriptors() {
+    int fd = -1;
+    do
+        fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+    while (fd >= 0 && fd <= STDERR_FILENO);
+    close(fd);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -168,8 +178,10 @@ int main(int argc, char** argv) {
     const int status = parseOptions(argc, argv, options);
     if (status >= 0)
         return status;
+    holdStandardDescriptors();
     if (!options.ask.empty())
         return ask(options.ask, options.words);
+    signal(SIGXFSZ, SIG_IGN);              // a file that may not grow is a full disk to us
     signal(SIGPIPE, SIG_IGN);              // a reader that goes is an error of that write
     setenv("UV_THREADPOOL_SIZE", "8", 0);  // each output has a job at most, and a disk may hang
     try {

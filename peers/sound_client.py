@@ -9,6 +9,7 @@ import argparse
 import os
 import signal
 import socket
+import struct
 import sys
 import threading
 import time
@@ -26,6 +27,7 @@ KEYWORDS = {
     "epd_off": b"EPD_OFF",
 }
 # The bridge skips four bytes behind a keyword; two line ends are consumed exactly.
+RESET = struct.pack("ii", 1, 0)  # SO_LINGER: closing resets the connection
 TERMINATOR = b"\r\n\r\n"
 DATA_BLOCK = 3200  # bytes of audio in one DATA block, 0.1 s; the bridge reads 1 KiB each round
 HELP = (
@@ -108,6 +110,13 @@ class SoundClient:
             except OSError as error:
                 text = f"{name}: bridge at {self.address()}: {error.strerror}"
                 raise CommandError(text) from error
+
+    def reset(self) -> None:
+        """Ends the connection as a program does that is killed with something unread."""
+        with self._lock:
+            if self._peer is not None:
+                self._peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET)
+                self._peer.shutdown(socket.SHUT_RD)  # its thread wakes up and closes it
 
     def _accept(self) -> None:
         while True:

@@ -32,6 +32,9 @@ STORM_EVERY, STORM_WORDS = 10.0, 40
 MUTE_EVERY, MUTE = 30.0, 2.0  # seconds between and of EPD off
 
 
+PASSAGE = 200, 330  # frames of the scene with a voice
+
+
 def scene() -> list[bytes]:
     """Payloads of about seven seconds: noise, and a passage with the pulses of a voice in it. The
     length shares no rhythm with the 500 frames between renewals."""
@@ -39,7 +42,7 @@ def scene() -> list[bytes]:
     payloads = []
     for index in range(731):
         samples = array.array("h")
-        loud = 6000 if 200 <= index < 330 and index % 40 < 30 else 0
+        loud = 6000 if PASSAGE[0] <= index < PASSAGE[1] and index % 40 < 30 else 0
         for at in range(index * frames.SAMPLES, (index + 1) * frames.SAMPLES):
             pulse = math.exp(-(at % 133) / 20) * math.sin(at % 133 * 0.35) * loud
             samples.append(int(pulse + noise.gauss(0, 60)))

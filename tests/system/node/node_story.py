@@ -16,7 +16,7 @@ import threading
 import time
 import unittest
 from pathlib import Path
-from typing import Callable, Iterable
+from typing import Callable, Iterable, Iterator
 
 import frames
 from bridge_process import command_line
@@ -47,8 +47,10 @@ class Microphone:
     numbered in their first sample, reads what comes back, and connects again when the bridge has
     gone. Can be told to misbehave."""
 
-    def __init__(self, port: int) -> None:
+    def __init__(self, port: int, payloads: Iterator[bytes] | None = None) -> None:
+        """payloads: what it sends, instead of numbers."""
         self.port = port
+        self._payloads = payloads
         self.connections = 0
         self.present = True  # False: stays away once it has lost its connection
         self.peer: socket.socket | None = None
@@ -78,13 +80,16 @@ class Microphone:
                 return self._then(peer)
             number += 1
             if time.monotonic() >= self._pause_until:
-                peer.sendall(frames.make(frames.DATA, struct.pack("<h", number % 32768)))
+                peer.sendall(frames.make(frames.DATA, self._payload(number)))
             peer.settimeout(max(began + number / frames.PER_SECOND - time.monotonic(), 0.001))
             try:
                 if not peer.recv(65536):
                     return
             except TimeoutError:
                 pass
+
+    def _payload(self, number: int) -> bytes:
+        return next(self._payloads) if self._payloads else struct.pack("<h", number % 32768)
 
     def send(self, data: bytes) -> None:
         """Between two frames."""

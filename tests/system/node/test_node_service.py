@@ -87,7 +87,7 @@ class Messages(NodeStory):
     def test_repeated_messages(self) -> None:
         talker = self.command(
             "talker",
-            'i=0\nwhile [ $i -lt 300 ]; do i=$((i + 1))\n'
+            "i=0\nwhile [ $i -lt 300 ]; do i=$((i + 1))\n"
             'echo "- 01:02:03.004 ERROR: Socket connect error. error : Connection refused" >&2\n'
             'done\necho "- 01:02:03.004 ERROR: all said" >&2\nexec sleep 60',
         )
