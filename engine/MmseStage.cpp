@@ -22,7 +22,7 @@ MmseStage::MmseStage(const MmseSettings& settings, Sink sink)
       priming_gain_db_(settings.priming_gain_db),
       cold_repeats_(settings.cold_repeats),
       sink_(std::move(sink)),
-      suppressor_(settings.suppression_db) {}
+      suppressor_(settings.suppression_db, settings.gentle_db) {}
 
 void MmseStage::accept(const AudioFrame& frame) {
     AudioFrame out = frame;
@@ -58,18 +58,24 @@ void MmseStage::settle() {
             suppressor_.process(samples);
         }
     }
+    if (priming_repeats_ > 0)
+        suppressor_.settled();
     priming_.forget();
     fast_start_.stop();
 }
 
-// After speech the noise is heard half as often: what was lost of the speech that follows right
-// away would be more than if the suppressor had learned by itself.
+// After speech the noise is heard half as often, and has to prove that it is steady first: what was
+// lost of the speech that follows right away would be more than if the suppressor had learned by
+// itself.
 void MmseStage::listen(const Samples& samples) {
     switch (fast_start_.newNoise(samples)) {
         case FastStart::Noise::NONE:
             return;
         case FastStart::Noise::ALONE:
-            return beginWithNoise(cold_repeats_);
+            beginWithNoise(cold_repeats_);
+            if (cold_repeats_ > 0)
+                suppressor_.settled();
+            return;
         case FastStart::Noise::BEHIND_SPEECH:
             return beginWithNoise(cold_repeats_ / 2);
     }

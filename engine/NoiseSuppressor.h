@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "Depth.h"
 #include "Frame.h"
 
 struct SpeexPreprocessState_;
@@ -15,10 +16,13 @@ namespace engine {
 // Throws std::runtime_error when the library gives it no memory.
 class NoiseSuppressor {
   public:
-    // `suppression_db` is the most that noise is lowered, a negative number.
-    explicit NoiseSuppressor(int suppression_db);
+    // The most and the least that noise is lowered, see Depth.
+    NoiseSuppressor(int suppression_db, int gentle_db);
 
     void process(Samples& samples);
+
+    // The latest frames were nothing but steady noise.
+    void settled();
 
     // Back to the state of a new suppressor, which knows nothing of the noise.
     void reset();
@@ -28,7 +32,9 @@ class NoiseSuppressor {
         void operator()(SpeexPreprocessState_* state) const;
     };
 
-    int suppression_db_;
+    void setDepth();
+
+    Depth depth_;
     std::unique_ptr<SpeexPreprocessState_, Destroy> state_;
 };
 

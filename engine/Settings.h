@@ -12,6 +12,7 @@ enum class Role { MMSE, VAD };
 
 struct MmseSettings {
     int suppression_db = -25;
+    int gentle_db = -8;
     int priming_repeats = 10;
     int priming_gain_db = 6;
     int cold_repeats = 4;

@@ -78,6 +78,10 @@ const std::vector<Key>& keys() {
          [](Settings& settings, const std::string& text) {
              return setNumber(settings.mmse.suppression_db, text, {-60, 0, "dB"});
          }},
+        {"mmse", "gentle_db",
+         [](Settings& settings, const std::string& text) {
+             return setNumber(settings.mmse.gentle_db, text, {-60, 0, "dB"});
+         }},
         {"mmse", "priming_repeats",
          [](Settings& settings, const std::string& text) {
              return setNumber(settings.mmse.priming_repeats, text, {0, 100, "repeats"});

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Cold starts: streams without a primed start, with and without what the engine does about them."""
+"""Cold starts: streams without a primed start, through the engine and its suppressor alone."""
 import configparser
 import contextlib
 import dataclasses
@@ -29,15 +29,17 @@ class Cold:
     """Means over all streams, in dB."""
 
     attenuation: list[float]  # in each of SPANS
-    speech_first: tuple[float, float]  # distortion of speech: without the fast start, with it
+    speech_first: tuple[float, float]  # distortion of speech: suppressor alone, engine
     loud_first: tuple[float, float]
 
 
 @contextlib.contextmanager
-def without_fast_start(engine: pipes.Engine) -> Iterator[pipes.Engine]:
+def suppressor_alone(engine: pipes.Engine) -> Iterator[pipes.Engine]:
+    """Without the fast start, and as deep as it goes from the first frame on."""
     settings = configparser.ConfigParser()
     settings.read(engine.mmse)
     settings["mmse"]["cold_repeats"] = "0"
+    settings["mmse"]["gentle_db"] = settings["mmse"]["suppression_db"]
     with tempfile.NamedTemporaryFile("w", suffix=".ini") as file:
         settings.write(file)
         file.flush()
@@ -87,7 +89,7 @@ def measure(
     noise = make_noise(kind, talkers, (STARTS + SPOKEN) * RATE, len(LEADS)) * 10 ** (-snr / 20)
     alone = [attenuation(engine, noise[n * RATE :][:RATE]) for n in range(STARTS)]
     spoken = [one for one in speech if len(one.samples) > RATE][:: len(speech) // SPOKEN][:SPOKEN]
-    with without_fast_start(engine) as plain:
+    with suppressor_alone(engine) as plain:
         both = plain, engine
         first = [distortion(one, spoken, noise, False) for one in both]
         loud = [distortion(one, spoken, noise, True) for one in both]

@@ -82,7 +82,7 @@ def primed(starts: dict) -> str:
 
 def cold(colds: dict) -> str:
     text = (
-        "Cold start: attenuation in dB; distortion of speech in dB, without and with fast start\n"
+        "Cold start: attenuation in dB; distortion of speech in dB, suppressor alone and engine\n"
     )
     widths = [15, 14, 15, 21, 19]
     head = ["100 to 300 ms", "300 to 500", "first second", "begins with speech", "loud, then quiet"]

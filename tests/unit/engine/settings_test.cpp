@@ -56,6 +56,7 @@ TEST_F(EngineSettings, RoleAloneGivesTheDefaults) {
     EXPECT_EQ(settings.vad.early_frames, 60);
     EXPECT_EQ(settings.vad.lookback_frames, 0);
     EXPECT_EQ(settings.mmse.suppression_db, -25);
+    EXPECT_EQ(settings.mmse.gentle_db, -8);
     EXPECT_EQ(settings.mmse.priming_repeats, 10);
     EXPECT_EQ(settings.mmse.priming_gain_db, 6);
     EXPECT_EQ(settings.mmse.cold_repeats, 4);
@@ -76,9 +77,10 @@ TEST_F(EngineSettings, EveryKeyIsTaken) {
     EXPECT_EQ(more.early_frames, 1000);
     const auto mmse = load(MMSE +
                            "suppression_db = -40\npriming_repeats = 0\npriming_gain_db = 3\n"
-                           "cold_repeats = 100\n")
+                           "cold_repeats = 100\ngentle_db = 0\n")
                           .mmse;
     EXPECT_EQ(mmse.suppression_db, -40);
+    EXPECT_EQ(mmse.gentle_db, 0);
     EXPECT_EQ(mmse.priming_repeats, 0);
     EXPECT_EQ(mmse.priming_gain_db, 3);
     EXPECT_EQ(mmse.cold_repeats, 100);
