@@ -12,7 +12,8 @@ import numpy as np
 
 import pipes
 import speech
-from recordings import FRAME, NOISY_RANGE, POCKETSPHINX, RATE, Recording, frame_levels, load
+import transcripts
+from recordings import FRAME, NOISY_RANGE, RATE, Recording, frame_levels, load
 from scenes import make_noise
 
 SETTINGS = {"quick": (100, 180), "default": None, "patient": (300, 300)}  # ms, both hangovers
@@ -31,7 +32,7 @@ def own_pauses(samples: np.ndarray) -> list[tuple[int, int]]:
 
 def sentences() -> list[Recording]:
     """All recordings of the tuning set whose speaker pauses inside."""
-    paths = sorted(glob.glob(f"{POCKETSPHINX}/**/*.wav", recursive=True))
+    paths = sorted(glob.glob(f"{transcripts.RECORDINGS}/**/*.wav", recursive=True))
     return [one for one in load(paths, NOISY_RANGE) if own_pauses(one.samples)]
 
 

@@ -21,6 +21,7 @@ from pathlib import Path
 import numpy as np
 
 import speech
+import transcripts
 from frames import RATE
 from frames import SAMPLES as FRAME
 
@@ -30,7 +31,6 @@ PAUSE = 30  # frames; a shorter gap (stop consonant, breath) is part of the utte
 MARGIN = 10  # frames kept around the speech of a recording
 QUIET = 14.0  # dB that a recording's own noise lies below its softest speech, at least
 
-POCKETSPHINX = "/usr/share/pocketsphinx/test/data"
 ALSA = "/usr/share/sounds/alsa"
 ASTERISK = "/usr/share/asterisk/sounds"
 
@@ -131,8 +131,8 @@ def split(voice: str, count: int, spare: bool = False) -> tuple[list[Recording],
 
 def tuning() -> tuple[list[Recording], list[Recording]]:
     """Speech, and the recordings of which babble is made: others."""
-    paths = sorted(glob.glob(f"{POCKETSPHINX}/**/*.wav", recursive=True))
-    paths += sorted(glob.glob(f"{POCKETSPHINX}/**/*.raw", recursive=True))
+    paths = sorted(glob.glob(f"{transcripts.RECORDINGS}/**/*.wav", recursive=True))
+    paths += sorted(glob.glob(f"{transcripts.RECORDINGS}/**/*.raw", recursive=True))
     several = load(paths, NOISY_RANGE)
     names = load(sorted(glob.glob(f"{ALSA}/[FRS]*_*.wav")))
     russian, russian_babble = split("ru_RU_f_*", 30)

@@ -1,15 +1,14 @@
 # SPDX-License-Identifier: MIT
 """What a recogniser understands of what lies between START and END."""
-import re
 from dataclasses import dataclass
-from pathlib import Path
 
 import numpy as np
 
 import pipes
 import recogniser
+import transcripts
 from recogniser import Errors
-from recordings import FRAME, NOISY_RANGE, POCKETSPHINX, RATE, Recording, read_with_sox, trim
+from recordings import FRAME, NOISY_RANGE, RATE, Recording, read_with_sox, trim
 from scenes import make_noise
 from suppression import LAG
 
@@ -19,12 +18,6 @@ CONDITIONS = [
 ]
 LEAD = 3 * RATE  # samples of noise ahead of a recording: time to settle,
 TAIL = RATE  # and behind it
-# Two recordings have no transcript beside them: one is what its grammar is for, the other has its
-# digits in its name.
-OTHERS = {
-    "goforward.raw": "go forward ten meters",
-    "tidigits/dhd.2934z.raw": "two nine three four zero",
-}
 
 
 @dataclass
@@ -39,24 +32,15 @@ class Words:
         return self.noisy, self.cleaned, self.clean
 
 
-def transcripts() -> dict[str, list[str]]:
-    """Each recording whose words are known."""
-    found = {f"{POCKETSPHINX}/{name}": text.split() for name, text in OTHERS.items()}
-    for path in ("cards/cards.transcription", "librivox/transcription"):
-        whole = Path(POCKETSPHINX, path)
-        for text, name in re.findall(r"<s> (.*) </s> \((.*)\)", whole.read_text()):
-            found[str(whole.parent / f"{name}.wav")] = text.split()
-    return dict(sorted(found.items()))
-
-
 def spoken() -> list[tuple[Recording, list[str]]]:
-    texts = transcripts()
+    texts = transcripts.read()
     return [(trim(path, read_with_sox(path), NOISY_RANGE), text) for path, text in texts.items()]
 
 
 def score(said: list[list[str]], parts: list[list[np.ndarray]]) -> Errors:
     """All that was understood in one stream, in a row, against what was said in it."""
-    understood = iter(recogniser.understand([part for stream in parts for part in stream]))
+    pcm = [part.astype("<i2").tobytes() for stream in parts for part in stream]
+    understood = iter(recogniser.understand(pcm))
     total = Errors()
     for text, stream in zip(said, parts):
         total += recogniser.compare(text, [word for _ in stream for word in next(understood)])

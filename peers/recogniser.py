@@ -1,14 +1,18 @@
 # SPDX-License-Identifier: MIT
 """Debian's pocketsphinx with its English model, as it comes, and how wrong its words are."""
 import re
+import shutil
 import subprocess
 import tempfile
 from dataclasses import dataclass
 from pathlib import Path
 
-import numpy as np
-
+PROGRAM = "pocketsphinx_batch"
 MODEL = "/usr/share/pocketsphinx/model/en-us"
+
+
+class RecogniserError(Exception):
+    """There is no recogniser, or it failed; the text says what to do."""
 
 
 @dataclass
@@ -50,19 +54,29 @@ def compare(said: list[str], understood: list[str]) -> Errors:
     return row[-1]
 
 
-def understand(utterances: list[np.ndarray]) -> list[list[str]]:
-    """The words of each; none where nothing was recognised."""
-    with tempfile.TemporaryDirectory() as name:
+def understand(utterances: list[bytes]) -> list[list[str]]:
+    """The words of each, given as 16 kHz mono 16-bit samples; none where nothing was recognised.
+    Raises RecogniserError."""
+    with tempfile.TemporaryDirectory(prefix="tolvanev-") as name:
         room = Path(name)
-        for number, samples in enumerate(utterances):
-            samples.astype("<i2").tofile(room / f"{number}.raw")
+        for number, pcm in enumerate(utterances):
+            (room / f"{number}.raw").write_bytes(pcm)
         (room / "list").write_text("".join(f"{n}\n" for n in range(len(utterances))))
         (room / "understood").touch()
-        command = ["pocketsphinx_batch", "-hmm", f"{MODEL}/en-us", "-lm", f"{MODEL}/en-us.lm.bin"]
+        command = [PROGRAM, "-hmm", f"{MODEL}/en-us", "-lm", f"{MODEL}/en-us.lm.bin"]
         command += ["-dict", f"{MODEL}/cmudict-en-us.dict", "-ctl", room / "list"]
         command += ["-cepdir", room, "-cepext", ".raw", "-adcin", "yes"]
         command += ["-hyp", room / "understood"]
-        subprocess.run(command, check=True, stderr=subprocess.DEVNULL)
+        run(command)
         lines = (room / "understood").read_text()
     found = {int(n): text.split() for text, n in re.findall(r"^(.*)\((\d+) \S+\)$", lines, re.M)}
     return [found.get(number, []) for number in range(len(utterances))]
+
+
+def run(command: list[str | Path]) -> None:
+    if not Path(MODEL).is_dir() or not shutil.which(PROGRAM):
+        raise RecogniserError("install Debian's pocketsphinx and pocketsphinx-en-us")
+    try:
+        subprocess.run(command, check=True, stderr=subprocess.DEVNULL)
+    except (OSError, subprocess.CalledProcessError) as error:
+        raise RecogniserError(f"{PROGRAM}: {error}") from error
