@@ -19,6 +19,7 @@ import measure
 import picture
 import report
 import scene as scenes
+import words
 from bridge_process import StartError, command_line
 from robot_node import RobotNode
 from sound_client import CommandError, SoundClient
@@ -120,13 +121,17 @@ def write_results(demo: Demo, out: Path) -> list[str]:
     returned = demo.link.returned()
     comparison = measure.compare(scene, returned)
     audio.save(out / "cleaned.wav", scenes.to_samples(comparison.cleaned).tobytes())
+    heard = measure.Heard(scene, node)
+    print("Recognising words, before and after ...", file=sys.stderr, flush=True)
+    understood = words.listen(scene, comparison, heard)
     run = report.Run(
         scene=scene,
         sent=demo.link.sent_counts(),
         back=frames.count(frame.kind for frame in returned),
         heard_counts=frames.count(frame.kind for frame in node.frames),
         comparison=comparison,
-        heard=measure.Heard(scene, node),
+        heard=heard,
+        words=understood,
         switched=demo.switched,
         told=demo.told,
         renewals=measure.renewals(returned),
@@ -137,7 +142,7 @@ def write_results(demo: Demo, out: Path) -> list[str]:
         else "real time",
     )
     (out / "utterances.txt").write_text(report.events(run))
-    (out / "overview.svg").write_text(picture.draw(scene, run.comparison, run.heard))
+    (out / "overview.svg").write_text(picture.draw(scene, run.comparison, run.heard, run.words))
     wrong = report.problems(run)
     verdict = "".join(f"FAILED: {text}\n" for text in wrong) or "Audio came through.\n"
     text = report.summary(run) + verdict

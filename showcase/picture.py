@@ -1,14 +1,19 @@
 # SPDX-License-Identifier: MIT
-"""Draws a run as an SVG: waveforms before and after, speech, utterances and switches."""
+"""Draws a run as an SVG: waveforms before and after, speech, utterances, switches and words."""
+from html import escape
+
 import numpy as np
 
 import frames
 from measure import Comparison, Heard
 from scene import Scene
+from words import Words
 
 WIDTH, LEFT = 1200, 110  # pixels: drawing area and room for the labels
 WAVE, BAR, GAP = 130, 18, 12  # heights of a waveform and a bar, distance between rows
+TEXT, INDENT = 16, 60  # height of a line of words, room for what it is
 COLOURS = {"before": "#b0562c", "after": "#2c6fb0", "speech": "#999", "heard": "#3a9a4c"}
+WORD_COLOURS = {"said": "#444", "noisy": COLOURS["before"], "cleaned": COLOURS["after"]}
 SWITCHED = "#e8d48a"
 
 
@@ -61,13 +66,30 @@ def axis(length: int, top: int) -> list[str]:
     return result
 
 
-def draw(scene: Scene, comparison: Comparison, heard: Heard) -> str:
+def understood(words: Words, top: int) -> list[str]:
+    """What was understood of each utterance, one below the other."""
+    result = []
+    for part in words.parts:
+        result.append(label(f"{part.start / frames.PER_SECOND:.1f} s", top))
+        for name, text in part.rows():
+            result.append(
+                f'<text x="{LEFT}" y="{top + 4}" fill="{WORD_COLOURS[name]}">{name}</text>'
+            )
+            result.append(f'<text x="{LEFT + INDENT}" y="{top + 4}">{escape(text)}</text>')
+            top += TEXT
+        top += TEXT // 2
+    return result
+
+
+def draw(scene: Scene, comparison: Comparison, heard: Heard, words: Words) -> str:
     """The whole picture."""
     length = scene.length()
     before, after = 28, 28 + WAVE + GAP
     spoken, found = after + WAVE + GAP, after + WAVE + BAR + 2 * GAP
     bottom = found + BAR + GAP
-    height = bottom + 26
+    first_words = bottom + 26 + TEXT
+    lines = sum(len(part.rows()) * TEXT + TEXT // 2 for part in words.parts)
+    height = bottom + 26 + (lines + TEXT // 2 if lines else 0)
     parts = [
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + WIDTH + 20}" height="{height}" '
         'font-family="sans-serif" font-size="12">',
@@ -83,6 +105,7 @@ def draw(scene: Scene, comparison: Comparison, heard: Heard) -> str:
         *bars([(u.start, u.end) for u in heard.utterances], length, found, COLOURS["heard"]),
         label("found", found + BAR / 2),
         *axis(length, bottom),
+        *understood(words, first_words),
         "</svg>",
     ]
     return "\n".join(parts) + "\n"

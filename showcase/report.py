@@ -6,6 +6,7 @@ from pathlib import Path
 import frames
 from measure import Comparison, Heard, levels, overlap
 from scene import Passage, Scene
+from words import Words
 
 EPD_LINES = ["receive sound client packet : epd_off.", "receive sound client packet : epd_on."]
 SOUND_LINES = [f"play sound state from ros node is {word}." for word in ("on", "off")]
@@ -26,6 +27,7 @@ class Run:
     heard_counts: dict[str, int]
     comparison: Comparison
     heard: Heard
+    words: Words
     switched: list[tuple[int, str]]  # frame at which something was asked for
     told: list[tuple[int, str]]  # frames sent when the sound client got a text
     renewals: int  # of the noise model
@@ -109,7 +111,27 @@ def switch_problems(run: Run) -> list[str]:
 def summary(run: Run) -> str:
     """The figures, every one of them measured in this run."""
     rows = [*frame_rows(run), *speech_rows(run), *sound_rows(run), *end_rows(run)]
-    return "".join(f"{name:<26}{text}\n" for name, text in rows) + f"\n{legend(run)}\n"
+    figures = "".join(f"{name:<26}{text}\n" for name, text in rows)
+    return f"{figures}\n{understood(run.words)}\n{legend(run)}\n"
+
+
+def understood(words: Words) -> str:
+    """The words of each utterance before and after, beside those said if they are known."""
+    if words.problem:
+        return f"What a recogniser understands: not known, {words.problem}.\n"
+    text = "What a recogniser understands, before and after (| is between two utterances):\n"
+    for part in words.parts:
+        at = seconds(part.start)
+        for name, line in part.rows():
+            text += f"{at:<12}{name:<9}{line}\n"
+            at = ""
+    noisy, cleaned = words.errors()
+    if noisy.words:
+        text += (
+            f"Wrong words, of {noisy.words} in the passages that could be heard: "
+            f"{noisy.changes()} before, {cleaned.changes()} after.\n"
+        )
+    return text
 
 
 def legend(run: Run) -> str:

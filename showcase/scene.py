@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 """The demo's recording: passages of human speech with pauses, and noise over all of it."""
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from pathlib import Path
 
 import numpy as np
@@ -8,18 +8,19 @@ import numpy as np
 import audio
 import frames
 import speech
+import transcripts
 
-# Real recordings of several speakers, 16 kHz, from Debian's package pocketsphinx-testdata.
-RECORDINGS = Path("/usr/share/pocketsphinx/test/data")
+# Real recordings of several speakers, 16 kHz, whose words are known.
+RECORDINGS = transcripts.RECORDINGS
 SPOKEN = [
     "goforward.raw",
-    "something.raw",
+    "tidigits/dhd.2934z.raw",
     "librivox/sense_and_sensibility_01_austen_64kb-0930.wav",
     "cards/005.wav",
     "librivox/sense_and_sensibility_01_austen_64kb-0880.wav",
     "librivox/sense_and_sensibility_01_austen_64kb-0870.wav",
     "cards/001.wav",
-    "numbers.raw",
+    "librivox/sense_and_sensibility_01_austen_64kb-0890.wav",
 ]
 EPD_PASSAGE, SOUND_PASSAGE = 2, 4  # said while end-point detection is off, while a sound plays
 
@@ -54,6 +55,8 @@ class Scene:
     sound: tuple[int, int] | None
     source: str
     made: str  # what was done to the source: cut, repeated, mixed
+    # The words of each passage, in the order of `passages`; nothing if they are not known.
+    said: list[list[str]] = field(default_factory=list)
 
     def length(self) -> int:
         return len(self.noisy) // frames.SAMPLES
@@ -123,6 +126,11 @@ def speech_of_package() -> tuple[np.ndarray, list[Passage], str]:
     return clean, passages, "all brought to one level, with pauses between them"
 
 
+def words_of_package() -> list[list[str]]:
+    known = transcripts.read()
+    return [known[str(RECORDINGS / name)] for name in SPOKEN]
+
+
 def speech_of_user(path: str) -> tuple[np.ndarray, list[Passage], str]:
     """The file's speech, repeated when it is short, cut when it is long."""
     clip = load_clip(path)
@@ -162,6 +170,7 @@ def build(snr: float, path: str | None = None) -> Scene:
         sound=plan(passages, SOUND_PASSAGE, length, 0.6),
         source=path or f"{len(SPOKEN)} recordings of {RECORDINGS}",
         made=f"{made}, mixed with noise {snr:g} dB below the speech",
+        said=[] if path else words_of_package(),
     )
 
 
