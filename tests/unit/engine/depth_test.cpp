@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
 #include <random>
 
 #include "Depth.h"
+#include "NoiseSuppressor.h"
 
 namespace {
 
@@ -90,6 +92,47 @@ TEST_F(EngineDepth, AStreamBeginsWithNothingKnown) {
     hear(depth_, 2 * SECOND, LOUD, STEADY);
     depth_.reset();
     EXPECT_EQ(depth_.decibels(), -6);
+}
+
+// By how much the suppressor lowers white noise in its fifth second. `moves`: how many times as
+// loud as the next 100 ms every second 100 ms is.
+double attenuation(engine::NoiseSuppressor& suppressor, double deviation, double moves) {
+    std::mt19937 chance{1};
+    std::normal_distribution<double> normal{0, deviation};
+    double before = 0, after = 0;
+    for (int frame = 0; frame < 5 * SECOND; ++frame) {
+        engine::Samples samples;
+        for (int16_t& sample : samples)
+            sample =
+                static_cast<int16_t>(std::lround((frame / 10 % 2 ? moves : 1) * normal(chance)));
+        const bool counts = frame >= 4 * SECOND;
+        const auto energy = [&] {
+            double sum = 0;
+            for (const double sample : samples)
+                sum += counts ? sample * sample : 0;
+            return sum;
+        };
+        before += energy();
+        suppressor.process(samples);
+        after += energy();
+    }
+    return 10 * std::log10(before / after);
+}
+
+TEST(EngineNoiseSuppressor, LowersWhatIsSteadyAndLoudMost) {
+    engine::NoiseSuppressor suppressor(-25, -8);
+    EXPECT_GT(attenuation(suppressor, 300, 1), 15);
+    suppressor.reset();
+    EXPECT_LT(attenuation(suppressor, 20, 1), 10);
+    suppressor.reset();
+    EXPECT_LT(attenuation(suppressor, 300, 4), 8);
+}
+
+TEST(EngineNoiseSuppressor, LowersEverythingAlikeIfNotToldToBeGentle) {
+    engine::NoiseSuppressor suppressor(-25, -25);
+    EXPECT_GT(attenuation(suppressor, 300, 1), 15);
+    suppressor.reset();
+    EXPECT_GT(attenuation(suppressor, 20, 1), 15);
 }
 
 TEST_F(EngineDepth, NothingIsLoweredByMoreThanTheMost) {
