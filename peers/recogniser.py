@@ -73,8 +73,12 @@ def understand(utterances: list[bytes]) -> list[list[str]]:
     return [found.get(number, []) for number in range(len(utterances))]
 
 
+def there() -> bool:
+    return Path(MODEL).is_dir() and shutil.which(PROGRAM) is not None
+
+
 def run(command: list[str | Path]) -> None:
-    if not Path(MODEL).is_dir() or not shutil.which(PROGRAM):
+    if not there():
         raise RecogniserError("install Debian's pocketsphinx and pocketsphinx-en-us")
     try:
         subprocess.run(command, check=True, stderr=subprocess.DEVNULL)

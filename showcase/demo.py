@@ -6,6 +6,7 @@ passage is said while the sound client has end-point detection off, one while th
 sound; of these the ROS node must hear nothing. Now and then the bridge renews its noise model.
 """
 import argparse
+import shlex
 import signal
 import sys
 import time
@@ -17,6 +18,7 @@ import demo_options
 import frames
 import measure
 import picture
+import recogniser
 import report
 import scene as scenes
 import words
@@ -27,6 +29,7 @@ from voice_link import LinkError, VoiceLink
 from voice_server import VoiceServer
 from waiting import free_port
 
+RECOGNISE = Path(__file__).with_name("recognise")
 CONNECT = 20  # seconds for the bridge to connect; it retries every 5 s
 LOG_TAIL = 15  # last lines of the log that are shown when a run fails
 
@@ -45,7 +48,8 @@ class Demo:
             (build / "mmse.ini", build / "vad.ini"),
             (self.sound_client.port, port),
         )
-        self.node = RobotNode(build / "tolvanev-node", command, options.out / "node.log")
+        recognise = shlex.quote(str(RECOGNISE)) if recogniser.there() else ""
+        self.node = RobotNode(build / "tolvanev-node", command, options.out / "node.log", recognise)
         self.link = VoiceLink("127.0.0.1", port, options.fast, on_frame=self._before_frame)
         self.server = VoiceServer(self.link)
         self.switched: list[tuple[int, str]] = []
@@ -72,6 +76,7 @@ class Demo:
             self.node.start()
             self.link.connect(CONNECT)
             self.server.play(frames.cut(self.scene.noisy.tobytes()))
+            self.node.wait_for_texts()
         finally:
             # The bridge first: it would be killed by a write to a voice server that has gone.
             self.status = self.node.stop()
@@ -122,8 +127,8 @@ def write_results(demo: Demo, out: Path) -> list[str]:
     comparison = measure.compare(scene, returned)
     audio.save(out / "cleaned.wav", scenes.to_samples(comparison.cleaned).tobytes())
     heard = measure.Heard(scene, node)
-    print("Recognising words, before and after ...", file=sys.stderr, flush=True)
-    understood = words.listen(scene, comparison, heard)
+    print("Recognising words ...", file=sys.stderr, flush=True)
+    understood = words.listen(scene, comparison, heard, node.words)
     run = report.Run(
         scene=scene,
         sent=demo.link.sent_counts(),

@@ -7,6 +7,8 @@ import wave
 import frames
 import recogniser
 
+NOTHING = "(nothing)"  # so that whoever waits for a line gets one
+
 
 def read() -> bytes:
     """The samples. Standard input may be a socket, which has no name to open it by."""
@@ -23,7 +25,7 @@ def main() -> int:
     except (EOFError, wave.Error, recogniser.RecogniserError) as error:
         print(f"recognise: {str(error) or 'no WAV file'}", file=sys.stderr)
         return 1
-    print(*words)
+    print(*(words or [NOTHING]))
     return 0
 
 

@@ -8,6 +8,7 @@ from pathlib import Path
 from typing import Any
 
 from bridge_process import StartError
+from recognise import NOTHING
 from ros_node import RosNode
 from waiting import until
 
@@ -25,9 +26,11 @@ class RobotNode(RosNode):
         self._socket = Path(self._folder.name) / "control"
         self._events = Path(self._folder.name) / "events"
         self._client: socket.socket | None = None
+        self.words: list[list[str]] = []  # of each utterance, when it has stopped
         options = ["--frames", "-", "--events", self._events, "--control", self._socket]
         # A demo that does not wait is no bridge that spins.
         options += ["--max-rate", "0"]
+        self._recognises = bool(recognise)
         if recognise:
             options += ["--exec", recognise, "--exec-queue", WAITING_MOST]
         words = [str(word) for word in [program, *options, "--"]]
@@ -45,13 +48,13 @@ class RobotNode(RosNode):
     def play_sound(self, on: bool) -> None:
         self._order({"order": "play_sound", "on": on})
 
-    def texts(self) -> dict[int, str]:
-        """What was understood of each utterance, by its number; lines joined."""
-        found: dict[int, str] = {}
+    def understood(self) -> list[list[str]]:
+        """The words of each utterance, as far as the command has written them."""
+        found: dict[int, list[str]] = {}
         for event in self.events("text"):
-            number = event["utterance"]
-            found[number] = f"{found.get(number, '')} {event['text']}".strip()
-        return found
+            words = [word for word in event["text"].split() if word != NOTHING]
+            found.setdefault(event["utterance"], []).extend(words)
+        return [found.get(number, []) for number in range(1, len(self.utterances()) + 1)]
 
     def events(self, kind: str) -> list[dict[str, Any]]:
         if not self._events.exists():
@@ -61,8 +64,9 @@ class RobotNode(RosNode):
 
     def wait_for_texts(self) -> None:
         """Until something was understood of each utterance, or time is up."""
-        utterances = len(self.events("utterance"))
-        until(lambda: len(self.texts()) >= utterances, FINISH)
+        if self._recognises:
+            wanted = {event["utterance"] for event in self.events("utterance")}
+            until(lambda: wanted <= {one["utterance"] for one in self.events("text")}, FINISH)
 
     def stop(self) -> str:
         """Ends the node, which ends the bridge; says how the bridge ended."""
@@ -75,6 +79,7 @@ class RobotNode(RosNode):
             self._client.close()
         status = super().stop()
         ends = [event["status"] for event in self.events("run_end")]
+        self.words = self.understood()
         self._folder.cleanup()
         if not ends:
             return status

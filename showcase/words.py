@@ -1,15 +1,15 @@
 # SPDX-License-Identifier: MIT
 """What a recogniser understands of each utterance, beside what was said."""
-from concurrent.futures import ThreadPoolExecutor
 from dataclasses import dataclass
-
-import numpy as np
 
 import frames
 import recogniser
 from measure import Comparison, Heard, overlap
 from recogniser import Errors
 from scene import Passage, Scene, to_samples
+
+
+PREROLL = 20  # frames from before START in each of the node's utterances
 
 
 @dataclass
@@ -74,18 +74,16 @@ def gather(
     return parts
 
 
-def listen(scene: Scene, comparison: Comparison, heard: Heard) -> Words:
-    """Each utterance as the ROS node got it and as the voice server got it back."""
-    sides = [
-        [
-            to_samples(side[one.start * frames.SAMPLES : one.end * frames.SAMPLES]).tobytes()
-            for one in heard.utterances
-        ]
-        for side in (scene.noisy.astype(np.float64), comparison.cleaned)
+def listen(scene: Scene, comparison: Comparison, heard: Heard, noisy: list[list[str]]) -> Words:
+    """Each utterance as it came back to the voice server, beside what the node's command has
+    understood of it (noisy). Both begin as early."""
+    spans = [(max(0, one.start - PREROLL), one.end) for one in heard.utterances]
+    cleaned = [
+        to_samples(comparison.cleaned[start * frames.SAMPLES : end * frames.SAMPLES]).tobytes()
+        for start, end in spans
     ]
     try:
-        with ThreadPoolExecutor() as pool:  # each waits for a process, which takes its time
-            noisy, cleaned = pool.map(recogniser.understand, sides)
+        understood = recogniser.understand(cleaned)
     except recogniser.RecogniserError as error:
         return Words([], str(error))
-    return Words(gather(scene, heard.utterances, noisy, cleaned))
+    return Words(gather(scene, heard.utterances, noisy, understood))

@@ -100,29 +100,28 @@ class Gather(unittest.TestCase):
 
 
 class Listen(unittest.TestCase):
-    def test_both_sides_are_cut_at_the_same_places(self) -> None:
+    def test_cleaned_is_cut_as_the_node_cuts(self) -> None:
+        """With 200 ms from before START, where there are as many."""
         scene = make_scene(SAID)
-        scene.noisy = np.repeat(np.arange(1000), frames.SAMPLES).astype("<i2")
-        comparison = mock.Mock(spec=Comparison, cleaned=-scene.noisy.astype(float))
-        heard = mock.Mock(utterances=[Passage(95, 210), Passage(400, 440)])
+        cleaned = np.repeat(np.arange(1000), frames.SAMPLES).astype(float)
+        comparison = mock.Mock(spec=Comparison, cleaned=cleaned)
+        heard = mock.Mock(utterances=[Passage(5, 210), Passage(400, 440)])
 
         def first_and_last(utterances: list[bytes]) -> list[list[str]]:
             samples = [np.frombuffer(pcm, dtype="<i2") for pcm in utterances]
             return [[str(one[0]), str(one[-1])] for one in samples]
 
         with mock.patch.object(recogniser, "understand", first_and_last):
-            found = words.listen(scene, comparison, heard)
-        self.assertEqual([part.noisy for part in found.parts], [[["95", "209"]], [["400", "439"]]])
-        self.assertEqual(
-            [part.cleaned for part in found.parts], [[["-95", "-209"]], [["-400", "-439"]]]
-        )
+            found = words.listen(scene, comparison, heard, [["go"], ["two"]])
+        self.assertEqual([part.noisy for part in found.parts], [[["go"]], [["two"]]])
+        self.assertEqual([part.cleaned for part in found.parts], [[["0", "209"]], [["380", "439"]]])
 
     def test_without_a_recogniser_there_is_a_reason(self) -> None:
         heard = mock.Mock(utterances=[Passage(95, 210)])
         comparison = mock.Mock(spec=Comparison, cleaned=np.zeros(1000 * frames.SAMPLES))
         missing = recogniser.RecogniserError("install it")
         with mock.patch.object(recogniser, "understand", side_effect=missing):
-            found = words.listen(make_scene(SAID), comparison, heard)
+            found = words.listen(make_scene(SAID), comparison, heard, [[]])
         self.assertEqual(
             report.understood(found), "What a recogniser understands: not known, install it.\n"
         )
