@@ -75,7 +75,7 @@ std::string findProgram(const std::string& name) {
     const char* const path = std::getenv("PATH");
     std::istringstream folders(path ? path : "/usr/local/bin:/usr/bin:/bin");
     for (std::string folder; std::getline(folders, folder, ':');) {
-        const std::string candidate = (folder.empty() ? "." : folder) + "/" + name;
+        std::string candidate = (folder.empty() ? "." : folder) + "/" + name;
         if (unusable(candidate, X_OK).empty())
             return candidate;
     }
