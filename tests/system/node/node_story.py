@@ -173,11 +173,12 @@ class NodeStory(unittest.TestCase):
         return path
 
     def start_node(
-        self, *options: object, command: Iterable[str] | None = None, events: bool = True, **popen
-    ) -> None:
-        """popen: arguments of subprocess.Popen."""
+        self, *options: object, command: Iterable[str] | None = None, events: bool = True,
+        through: Iterable[str] = (), **popen,
+    ) -> None:  # fmt: skip
+        """through: a command that runs the one behind it. popen: arguments of subprocess.Popen."""
         usual = ["--events", self.events_file] if events else []
-        words = [NODE, *usual, "--control", self.socket, *options, "--"]
+        words = [*through, NODE, *usual, "--control", self.socket, *options, "--"]
         words += self.bridge() if command is None else command
         with self.log_file.open("ab") as log:
             popen = {"stderr": log, "stdin": subprocess.DEVNULL} | popen
@@ -185,7 +186,7 @@ class NodeStory(unittest.TestCase):
         self.wait_for(self.answers, "the node to start")
 
     def answers(self) -> bool:
-        """The control socket is there, or never will be."""
+        """Somebody listens on the control socket."""
         self.assertIsNone(self.node.poll(), self.log())
         with socket.socket(socket.AF_UNIX) as client:
             return client.connect_ex(str(self.socket)) == 0
