@@ -21,7 +21,7 @@ struct ExecCommandOptions {
     size_t max_running = 1;        // commands at once
     size_t max_waiting = 4;        // utterances without one; then the oldest is dropped
     milliseconds time_out{30000};  // of a command, which is killed then
-    milliseconds grace{1000};      // of those that run when the node ends
+    milliseconds grace{600};       // of those that run when the node ends
     size_t max_lines = 100;        // of output; LineReader has the longest
 };
 

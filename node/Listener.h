@@ -109,7 +109,7 @@ class Listener {
     virtual void onMessage(const Message&) {}
 
     // The node ends: no further calls come. What waits is still to be written, commands get a
-    // second; idle() is asked until then.
+    // moment; idle() is asked until then.
     virtual void finish() {}
     virtual bool idle() const { return true; }
     // Records of its own that it could not hand on since the start of the node.
