@@ -30,6 +30,7 @@ class UnderSystemd(NodeStory):
         self.told.remove(word)
 
     def test_from_ready_to_stopping(self) -> None:
+        self.start_client()
         self.start_node(env=self.environment(WATCHDOG_USEC="400000"))
         self.wait_for_word("READY=1")
         self.wait_for_word("STATUS=connecting")
