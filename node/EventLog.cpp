@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "EventLog.h"
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -16,7 +17,7 @@ double inSeconds(milliseconds time) {
 
 // Three digits behind the point are what a reader of lines wants to see.
 double rounded(double seconds) {
-    return static_cast<double>(static_cast<int64_t>(seconds * 1000 + 0.5)) / 1000;
+    return std::round(seconds * 1000) / 1000;
 }
 
 }  // namespace

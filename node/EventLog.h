@@ -12,7 +12,7 @@ namespace node {
 
 struct EventLogOptions {
     std::string path;                // file, FIFO or "-"
-    size_t limit = 1024 * 1024;      // bytes that may wait
+    size_t limit = 1 << 20;          // bytes that may wait
     milliseconds drop_period{1000};  // between looks at what outputs have dropped
 };
 

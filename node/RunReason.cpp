@@ -65,7 +65,7 @@ std::string brokenEngine(const RunEvidence& evidence) {
 }
 
 std::string brokenPipe(const RunEvidence& evidence) {
-    const std::string engine = brokenEngine(evidence);
+    std::string engine = brokenEngine(evidence);
     if (!engine.empty())
         return engine;
     if (evidence.had_frames)
@@ -81,7 +81,7 @@ std::string reasonOf(const RunEvidence& evidence) {
         return brokenPipe(evidence);
     if (evidence.ending.signal != 0)
         return "killed by " + evidence.ending.text();
-    const std::string command_line = commandLineEnd(evidence.messages);
+    std::string command_line = commandLineEnd(evidence.messages);
     if (!command_line.empty())
         return command_line;
     for (auto message = evidence.messages.rbegin(); message != evidence.messages.rend();

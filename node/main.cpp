@@ -24,10 +24,10 @@ namespace {
 
 using namespace node;
 
-constexpr size_t UNWRITTEN_MESSAGES = 256 * 1024;  // bytes; what nobody reads is dropped
-constexpr milliseconds LAST_WORDS{500};            // for standard error, at the end
-constexpr milliseconds COMMANDS{500};              // for those under way, at the end
-constexpr milliseconds LAST_WORDS_PERIOD{5};       // looks whether they have gone out
+constexpr size_t UNWRITTEN_MESSAGES = 1 << 18;  // bytes; what nobody reads is dropped
+constexpr milliseconds LAST_WORDS{500};         // for standard error, at the end
+constexpr milliseconds COMMANDS{500};           // for those under way, at the end
+constexpr milliseconds LAST_WORDS_PERIOD{5};    // looks whether they have gone out
 
 // The node with all that the command line asks for. Destroyed in the reverse order: outputs go
 // before what they stand on.
