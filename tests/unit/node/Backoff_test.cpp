@@ -12,9 +12,9 @@ using std::chrono::milliseconds;
 
 // The pauses behind runs without a frame, in seconds.
 std::vector<int64_t> pausesOf(node::Backoff& backoff, int runs) {
-    std::vector<int64_t> pauses;
-    for (int i = 0; i < runs; ++i)
-        pauses.push_back(backoff.after(milliseconds(0)).count() / 1000);
+    std::vector<int64_t> pauses(static_cast<size_t>(runs));
+    for (int64_t& pause : pauses)
+        pause = backoff.after(milliseconds(0)).count() / 1000;
     return pauses;
 }
 

@@ -23,7 +23,6 @@ namespace {
 using node::Ending;
 using std::chrono::milliseconds;
 using testing::AllOf;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
