@@ -95,15 +95,23 @@ def parse_arguments() -> argparse.Namespace:
     return parser.parse_args()
 
 
-def print_words(options: argparse.Namespace) -> None:
+def print_words(options: argparse.Namespace) -> bool:
     """The recordings whose words are known; babble is that of the set that was asked for."""
     cores = len(os.sched_getaffinity(0))
     with multiprocessing.get_context("fork").Pool(cores) as pool:
         found = pool.map(judge_words, words.CONDITIONS, chunksize=1)
-    text = tables.words(words.whole(words.spoken()), dict(zip(words.CONDITIONS, found)))
+    results = dict(zip(words.CONDITIONS, found))
+    text = tables.words(words.whole(words.spoken()), results)
     print(text, end="")
     if options.write:
         figures.write("words", f"{figures.machine(options.build)}:\n\n```\n{text.strip()}\n```")
+    return options.tune or show(floors.check_words(results))
+
+
+def show(verdicts: list[floors.Verdict]) -> bool:
+    """Whether all floors hold."""
+    print(tables.verdicts(verdicts))
+    return all(verdict.holds or not verdict.binding for verdict in verdicts)
 
 
 def main() -> int:
@@ -114,9 +122,9 @@ def main() -> int:
     load = recordings.tuning if options.tune else lambda: recordings.judging(options.spare)
     job = Job(engine, *load())
     if options.words:
-        print_words(options)
+        held = print_words(options)
         print(f"{time.monotonic() - began:.0f} s")
-        return 0
+        return 0 if held else 1
     print(tables.heading(job.speech, options.tune), flush=True)
     # One process a core and at most as many engines at a time, so that CPU times mean something.
     with multiprocessing.get_context("fork").Pool() as pool:
@@ -130,11 +138,7 @@ def main() -> int:
     if options.write:
         text = "\n".join([*found, tables.soak(hours)])
         figures.write("engine", f"{figures.machine(options.build)}:\n\n```\n{text.strip()}\n```")
-    held = True
-    if not options.tune:
-        verdicts = floors.check(results, starts, colds, hours)
-        print(tables.verdicts(verdicts))
-        held = all(verdict.holds or not verdict.binding for verdict in verdicts)
+    held = options.tune or show(floors.check(results, starts, colds, hours))
     print(f"{time.monotonic() - began:.0f} s")
     return 0 if held else 1
 

@@ -26,6 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         const engine::Settings settings = engine::loadSettings(path);
         REQUIRE(settings.mmse.suppression_db >= -60 && settings.mmse.suppression_db <= 0);
+        REQUIRE(settings.mmse.gentle_db >= -60 && settings.mmse.gentle_db <= 0);
         REQUIRE(settings.vad.onset_frames >= 1 && settings.vad.onset_frames <= 100);
         REQUIRE(settings.vad.long_hangover_frames >= 0 && settings.vad.long_hangover_frames <= 500);
         REQUIRE(settings.vad.start_margin_db >= 0 && settings.vad.start_margin_db <= 40);
