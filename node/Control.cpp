@@ -17,7 +17,8 @@ namespace node {
 namespace {
 
 constexpr int BACKLOG = 128;     // clients that come at once; more are told to try again, or wait
-constexpr milliseconds TURN{1};  // between two readings of one client
+constexpr milliseconds TURN{1};  // between two turns of one client
+constexpr size_t ORDERS_A_TURN = 8;  // frames do not wait for more
 
 // Where nobody listens any more, a socket file is left by a node that was killed.
 void removeDeadSocket(const std::string& path) {
@@ -48,7 +49,7 @@ class Control::Client {
     Client(Control& control, PlaySound::Holder holder)
         : control_(control),
           holder_(holder),
-          turn_(control.loop_, [this] { read(); }),
+          turn_(control.loop_, [this] { goOn(); }),
           stream_(new uv_pipe_t{}) {
         uv_pipe_init(control.loop_.get(), stream_.get(), 0);
         stream_->data = this;
@@ -79,15 +80,21 @@ class Control::Client {
         std::string text;
     };
 
-    // Reading goes on when its answers are on their way, and behind whatever else is ready.
     void take(std::string_view bytes) {
         line_.append(bytes);
+        answerSome();
+    }
+
+    // Goes on when its answers are on their way, and behind whatever else is ready.
+    void answerSome() {
         std::string replies;
-        for (size_t end = line_.find('\n'); end != line_.npos; end = line_.find('\n')) {
+        size_t end = line_.find('\n');
+        for (size_t i = 0; i < ORDERS_A_TURN && end != line_.npos; ++i) {
             replies += control_.answer(std::string_view(line_).substr(0, end), holder_) + "\n";
             line_.erase(0, end + 1);
+            end = line_.find('\n');
         }
-        if (line_.size() > LONGEST_LINE) {
+        if (end == line_.npos && line_.size() > LONGEST_LINE) {
             control_.log_.warning("control client: a line of more than " +
                                   std::to_string(LONGEST_LINE) + " bytes; closed");
             return control_.close(this);
@@ -95,6 +102,13 @@ class Control::Client {
         if (replies.empty())
             return turn_.once(TURN);
         send(std::move(replies));
+    }
+
+    void goOn() {
+        if (line_.find('\n') == line_.npos)
+            read();
+        else
+            answerSome();
     }
 
     void send(std::string text) {
@@ -121,7 +135,7 @@ class Control::Client {
     Control& control_;
     PlaySound::Holder holder_;
     std::array<char, 4096> buffer_{};
-    std::string line_;  // not yet ended
+    std::string line_;  // orders not yet answered, and the beginning of one
     Timer turn_;
     Handle<uv_pipe_t> stream_;
 };

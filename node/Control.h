@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The control socket: a Unix socket of mode 0600, any number of clients, orders a line each
-// (Order.h), a line back for each. A client that floods waits its turn: 4 kB of orders are taken at
+// (Order.h), a line back for each. A client that floods waits its turn: some orders are answered at
 // a time, none while it leaves answers unread. A line of more than 4 kB ends its connection.
 //
 // Owned by main, uses the node. The constructor throws a NodeError; a socket that is left of a
