@@ -2,11 +2,10 @@
 """The bridge's exit status is 0 whatever happened; the node says what did: the rows of the table in
 README.md, each by the reason that the node gives for the end of the run."""
 import signal
-import subprocess
 import unittest
 
 import frames
-from node_story import BRIDGE, NODE, NodeStory
+from node_story import BRIDGE, NodeStory
 
 
 class AtTheStart(NodeStory):
@@ -44,14 +43,8 @@ class AtTheStart(NodeStory):
     def test_node_that_is_started_with_signals_ignored(self) -> None:
         """As some programs start others; the bridge could then neither collect its engines nor be
         interrupted."""
-        words = [str(NODE), "--events", str(self.events_file), "--control", str(self.socket)]
-        self.start_peers()
-        with self.log_file.open("ab") as log:
-            ignored = 'trap "" CHLD INT PIPE; exec "$0" "$@"'
-            command = ["/bin/sh", "-c", ignored, *words, "--", *self.bridge()]
-            self.node = subprocess.Popen(command, stderr=log)
-        self.wait_for(lambda: self.socket.exists(), "the node to start")
-        self.wait_for_frames()
+        ignoring = ["/bin/sh", "-c", 'trap "" CHLD INT PIPE; exec "$0" "$@"']
+        self.start(through=ignoring)
         self.kill(self.bridge_pid(), signal.SIGINT)
         self.assertIn("was interrupted", self.end_reasons()[0])
         self.assertEqual(self.wait_for_events("run_end")[0]["status"], "status 0")

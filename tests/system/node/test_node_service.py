@@ -109,7 +109,7 @@ class Messages(NodeStory):
         """Far more than its pipe and the node hold; the bridge's messages are taken all the same,
         or it would wait for that."""
         marker = self.folder / "all-said"
-        talker = self.command("talker", f"seq 1 100000 >&2\ntouch {marker}\nexec sleep 60")
+        talker = self.command("talker", f"seq 1 20000 >&2\ntouch {marker}\nexec sleep 60")
         self.start_node(command=[str(talker), *self.bridge()], stderr=subprocess.PIPE)
         with self.node.stderr:
             self.assertTrue(until(marker.exists, BOUND), "the bridge was held up")
