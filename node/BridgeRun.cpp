@@ -10,6 +10,7 @@ namespace node {
 namespace {
 
 constexpr milliseconds WORD_PERIOD{20};
+constexpr milliseconds JUST_NOW{500};  // a pass of the bridge takes a tenth of a second at most
 constexpr std::string_view WORDS[] = {"play_sound_off\n", "play_sound_on\n"};
 
 }  // namespace
@@ -39,6 +40,7 @@ ChildEvents BridgeRun::events() {
     };
     events.on_exit = [this](const Ending& ending) {
         evidence_.ending = ending;
+        evidence_.just_told = last_word_ && Clock::now() - *last_word_ < JUST_NOW;
         kill_timer_.once(ENGINES);
     };
     events.on_stray = [this](const Ending& ending) { evidence_.engines.push_back(ending); };
@@ -66,6 +68,7 @@ void BridgeRun::tellPlaySound() {
     if (child_.waitingInput() + child_.unreadInput() > 0)
         return word_timer_.once(WORD_PERIOD);
     told_ = play_sound_;
+    last_word_ = Clock::now();
     child_.write(std::string(WORDS[told_ ? 1 : 0]));
 }
 

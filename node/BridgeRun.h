@@ -9,6 +9,7 @@
 #define TOLVANEV_NODE_BRIDGE_RUN_H
 
 #include <functional>
+#include <optional>
 
 #include "BridgeCommand.h"
 #include "BridgeMessage.h"
@@ -71,6 +72,7 @@ class BridgeRun {
     bool alive_ = false;       // it has said something
     bool play_sound_ = false;  // what it is to know
     bool told_ = false;        // what it was told; it begins with "off"
+    std::optional<Clock::time_point> last_word_;
 };
 
 }  // namespace node

@@ -68,6 +68,8 @@ std::string brokenPipe(const RunEvidence& evidence) {
     std::string engine = brokenEngine(evidence);
     if (!engine.empty())
         return engine;
+    if (evidence.just_told)
+        return "sound client, or voice server, closed the connection";
     if (evidence.had_frames)
         return "voice server closed the connection";
     return "voice server closed the connection, or an engine ended at once (--check tells whether "

@@ -21,6 +21,7 @@ struct RunEvidence {
     // ahead of it tell why it was printed.
     std::deque<std::string> messages;
     bool had_frames = false;
+    bool just_told = false;  // of a sound, right ahead of its end; it tells its sound client then
 };
 
 std::string reasonOf(const RunEvidence& evidence);
