@@ -2,6 +2,7 @@
 """The bridge's exit status is 0 whatever happened; the node says what did: the rows of the table in
 README.md, each by the reason that the node gives for the end of the run."""
 import signal
+import time
 import unittest
 
 import frames
@@ -72,6 +73,17 @@ class WhileFramesFlow(NodeStory):
         self.start()
         self.client.reset()
         self.expect("sound client reset the connection", "status 0")
+
+    def test_sound_client_closed(self) -> None:
+        """The bridge notices when it tells it of a sound for the second time."""
+        self.start()
+        self.client.close()
+        self.client = None
+        player = self.connect()
+        for on in True, False, True:
+            self.play_sound(on, player)
+            time.sleep(0.2)  # a pass of the bridge; what changes back within one is not told
+        self.expect("sound client, or voice server, closed the connection", "SIGPIPE")
 
     def test_sound_client_cut_a_header(self) -> None:
         self.start()
