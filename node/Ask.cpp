@@ -22,6 +22,7 @@ using nlohmann::ordered_json;
 namespace {
 
 constexpr timeval PATIENCE{5, 0};
+constexpr timeval AGAIN{15, 0};  // a sound that plays on is said again, ahead of the limit
 
 // A connection to the node; closed at the end of its scope.
 class Connection {
@@ -56,19 +57,24 @@ class Connection {
         return ordered_json::parse(answer, nullptr, false);
     }
 
-    // Returns when the node closes the connection or a signal comes.
-    void waitForEnd() const {
-        constexpr timeval FOR_EVER{};
-        setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &FOR_EVER, sizeof FOR_EVER);
+    // True when so much time has gone by; false when the node has closed the connection, or a
+    // signal has come.
+    bool wait(timeval time) const {
+        setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
         char byte = 0;
-        while (recv(fd_, &byte, 1, 0) > 0) {
-        }
+        const bool in_vain = recv(fd_, &byte, 1, 0) < 0 && errno == EAGAIN;
+        setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &PATIENCE, sizeof PATIENCE);
+        return in_vain;
     }
 
   private:
     int fd_;
     bool connected_ = false;
 };
+
+bool accepted(const ordered_json& answer) {
+    return answer.is_object() && answer.value("ok", false);
+}
 
 int refused(const ordered_json& answer) {
     if (answer.is_object() && answer.contains("error"))
@@ -97,9 +103,10 @@ int playUntilEnded(Connection& node) {
     sigaction(SIGINT, &heed, nullptr);
     sigaction(SIGTERM, &heed, nullptr);
     std::cout << "A sound plays until this is ended (Ctrl-C)." << std::endl;
-    node.waitForEnd();
+    while (node.wait(AGAIN) && accepted(node.order({Order::PLAY_SOUND, true}))) {
+    }
     const ordered_json answer = node.order({Order::PLAY_SOUND, false});
-    return answer.is_object() && answer.value("ok", false) ? 0 : refused(answer);
+    return accepted(answer) ? 0 : refused(answer);
 }
 
 }  // namespace
@@ -120,7 +127,7 @@ int ask(const std::string& path, const std::vector<std::string>& words) {
         return 1;
     }
     const ordered_json answer = node.order(order);
-    if (!answer.is_object() || !answer.value("ok", false))
+    if (!accepted(answer))
         return refused(answer);
     if (order.kind == Order::STATUS)
         print(answer["status"], "");

@@ -10,7 +10,8 @@ namespace node {
 namespace {
 
 constexpr milliseconds WORD_PERIOD{20};
-constexpr milliseconds JUST_NOW{500};  // a pass of the bridge takes a tenth of a second at most
+constexpr milliseconds CALM_PERIOD{250};  // while it reads nothing
+constexpr milliseconds JUST_NOW{500};     // a pass of the bridge takes a tenth of a second at most
 constexpr std::string_view WORDS[] = {"play_sound_off\n", "play_sound_on\n"};
 
 }  // namespace
@@ -66,7 +67,7 @@ void BridgeRun::tellPlaySound() {
     if (told_ == play_sound_ || child_.exited())
         return;
     if (child_.waitingInput() + child_.unreadInput() > 0)
-        return word_timer_.once(WORD_PERIOD);
+        return word_timer_.once(connected_ ? WORD_PERIOD : CALM_PERIOD);
     told_ = play_sound_;
     last_word_ = Clock::now();
     child_.write(std::string(WORDS[told_ ? 1 : 0]));

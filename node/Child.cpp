@@ -94,7 +94,8 @@ std::string Ending::text() const {
     return name ? std::string("SIG") + name : "signal " + std::to_string(signal);
 }
 
-Reaper::Reaper(Loop& loop) : watch_(loop, SIGCHLD, [this] { collect(); }) {
+Reaper::Reaper(Loop& loop, std::function<void(const std::string&)> complain)
+    : complain_(std::move(complain)), watch_(loop, SIGCHLD, [this] { collect(); }) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
 }
 
@@ -203,8 +204,13 @@ void Child::signal(int number) {
 }
 
 void Child::signalGroup(int number) {
-    if (!gone_)
-        kill(-pid_, number);
+    if (gone_)
+        return;
+    kill(-pid_, number);
+    if (number == SIGKILL && !killed_) {
+        killed_ = Clock::now();
+        rest_timer_.every(REST_PERIOD);
+    }
 }
 
 bool Child::write(std::string bytes) {
@@ -271,8 +277,15 @@ void Child::takeRest() {
 }
 
 void Child::lookForRest() {
-    if (!exited_ || gone_ || anyLeft(pid_))
+    if (gone_)
         return;
+    if (!exited_ || anyLeft(pid_)) {
+        if (!killed_ || Clock::now() - *killed_ < GIVE_UP)
+            return;
+        if (reaper_.complain_)
+            reaper_.complain_("processes of group " + std::to_string(pid_) +
+                              " cannot be killed or collected; going on without them");
+    }
     gone_ = true;
     takeRest();
     rest_timer_.stop();

@@ -14,6 +14,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,7 +33,8 @@ struct Ending {
 // Collects the processes that children leave behind. One for each process; outlives every Child.
 class Reaper {
   public:
-    explicit Reaper(Loop& loop);
+    // complain: is told of processes that not even SIGKILL has ended; empty = nobody is.
+    explicit Reaper(Loop& loop, std::function<void(const std::string&)> complain = nullptr);
     Reaper(const Reaper&) = delete;
     Reaper& operator=(const Reaper&) = delete;
 
@@ -40,6 +42,7 @@ class Reaper {
     friend class Child;
     void collect();
 
+    std::function<void(const std::string&)> complain_;
     std::map<pid_t, class Child*> children_;  // that libuv reaps, by process
     std::map<pid_t, class Child*> groups_;    // whose strays are reaped here, by group
     SignalWatch watch_;
@@ -60,6 +63,8 @@ struct ChildEvents {
 
 class Child {
   public:
+    static constexpr milliseconds GIVE_UP{2000};
+
     // Starts it; throws a NodeError that names the program. environment: "NAME=value", in addition
     // to ours or in the place of what has that name there.
     Child(Loop& loop, Reaper& reaper, const std::vector<std::string>& words,
@@ -71,8 +76,10 @@ class Child {
     pid_t pid() const { return pid_; }
     bool exited() const { return exited_; }
     bool gone() const { return gone_; }
-    void signal(int number);       // to the process itself; nothing when it has ended
-    void signalGroup(int number);  // to all that is left
+    void signal(int number);  // to the process itself; nothing when it has ended
+    // To all that is left. What SIGKILL has not ended after GIVE_UP, because it hangs in the system
+    // or nobody collects it, is complained of and taken for gone.
+    void signalGroup(int number);
 
     // Queues bytes for its standard input; false when that is closed. Bytes that are waiting when
     // the child closes it are lost.
@@ -98,6 +105,7 @@ class Child {
     std::unique_ptr<PipeReader> errors_;
     Timer rest_timer_;  // looks for what is left of the group, where no signal tells
     pid_t pid_ = 0;
+    std::optional<Clock::time_point> killed_;  // when the group was first sent SIGKILL
     bool exited_ = false;
     bool gone_ = false;
 };

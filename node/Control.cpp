@@ -33,12 +33,16 @@ void removeDeadSocket(const std::string& path) {
         return;
     if (!S_ISSOCK(about.st_mode))
         throw NodeError("--control " + path + ": is there and no socket");
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool living =
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const bool answered =
         connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    const int why = errno;
     ::close(fd);
-    if (living)
+    // A full queue is that of a living node, and what may not be opened is somebody else's.
+    if (answered || why == EAGAIN)
         throw NodeError("--control " + path + ": another node listens there");
+    if (why != ECONNREFUSED)
+        check(-why, "--control " + path);
     unlink(path.c_str());
 }
 
@@ -90,11 +94,13 @@ class Control::Client {
         std::string replies;
         size_t end = line_.find('\n');
         for (size_t i = 0; i < ORDERS_A_TURN && end != line_.npos; ++i) {
+            if (end > LONGEST_LINE)
+                break;
             replies += control_.answer(std::string_view(line_).substr(0, end), holder_) + "\n";
             line_.erase(0, end + 1);
             end = line_.find('\n');
         }
-        if (end == line_.npos && line_.size() > LONGEST_LINE) {
+        if (std::min(end, line_.size()) > LONGEST_LINE) {
             control_.log_.warning("control client: a line of more than " +
                                   std::to_string(LONGEST_LINE) + " bytes; closed");
             return control_.close(this);

@@ -84,7 +84,7 @@ void appendStream(Page& page, const Status& status) {
         .sample(status.resyncs);
     page.metric("resync_bytes_total", COUNTER, "Bytes dropped to find the next frame.")
         .sample(status.resync_bytes);
-    page.metric("utterances_total", COUNTER, "Utterances heard to their end.")
+    page.metric("utterances_total", COUNTER, "Utterances, by their beginning.")
         .sample(status.utterances);
     page.metric("speech", GAUGE, "1 while someone speaks.").sample(status.speech ? 1 : 0);
     page.metric("play_sound", GAUGE, "1 while the bridge is told that a sound plays.")

@@ -13,6 +13,7 @@ namespace node {
 namespace {
 
 constexpr milliseconds SECOND{1000};
+constexpr milliseconds LATE{1500};  // between two seconds
 constexpr milliseconds FINISH_PERIOD{10};
 
 SystemTime wallClock() {
@@ -23,7 +24,7 @@ SystemTime wallClock() {
 
 Node::Node(Loop& loop, const Log& log, const NodeOptions& options)
     : log_(log),
-      reaper_(loop),
+      reaper_(loop, [&log](const std::string& text) { log.error(text); }),
       service_(loop),
       play_sound_(options.play_sound_limit),
       cutter_(
@@ -40,6 +41,7 @@ void Node::add(std::unique_ptr<Listener> output) {
 }
 
 void Node::start() {
+    last_second_ = Clock::now();
     second_.every(SECOND);
     supervisor_.start();
     service_.ready();
@@ -105,8 +107,15 @@ void Node::everySecond() {
         log_.warning("a sound is said to play for longer than --play-sound-limit; taken as ended");
     }
     applyPlaySound();
-    cutter_.lookForGap(now, wallClock());
-    supervisor_.look();
+    // The loop stood still: what came meanwhile waits behind this, and time says nothing.
+    const bool late = now - std::exchange(last_second_, now) > LATE;
+    if (late) {
+        cutter_.excuse(now);
+        supervisor_.excuse();
+    } else {
+        cutter_.lookForGap(now, wallClock());
+        supervisor_.look();
+    }
     totals_.rate = static_cast<double>(frames_ - std::exchange(frames_before_, frames_));
 }
 
@@ -152,7 +161,10 @@ void Node::onState(const StateChange& change) {
     if (!change.reason.empty())
         text += ": " + change.reason;
     service_.status(text);
-    log_.debug(text);
+    if (change.state == State::STREAMING)
+        log_.info("both peers are there, run " + std::to_string(change.run));
+    else
+        log_.debug(text);
     for (const auto& output : outputs_)
         output->onState(change);
 }

@@ -78,6 +78,7 @@ class Node : private Listener {
     Timer finish_timer_;
     Supervisor supervisor_;
     std::function<void()> on_stopped_;
+    Clock::time_point last_second_;  // when that was
     Clock::time_point finish_by_;
     Clock::time_point run_began_;
     Clock::time_point last_frame_;

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <iostream>
+#include <sstream>
 
 namespace node {
 
@@ -27,7 +28,17 @@ struct Times {
 // The help text gives the unit and the default; a range is told when it is left.
 template <typename T>
 CLI::Validator within(T lowest, T highest) {
-    return CLI::Range(lowest, highest).description("");
+    return CLI::Validator(
+        [lowest, highest](std::string& text) -> std::string {
+            T value{};
+            // What is not a number is in no range.
+            if (CLI::detail::lexical_cast(text, value) && value >= lowest && value <= highest)
+                return "";
+            std::ostringstream wrong;
+            wrong << text << " is not from " << lowest << " to " << highest;
+            return wrong.str();
+        },
+        "");
 }
 
 milliseconds fromSeconds(double seconds) {

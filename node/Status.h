@@ -20,6 +20,7 @@ struct ProcessVitals {
     pid_t pid = 0;
     uint64_t memory = 0;     // bytes resident
     double cpu_seconds = 0;  // user and system, since it was started
+    bool io_known = false;   // whether the system tells the two that follow
     uint64_t read = 0;       // bytes by read(2), which leaves out what sockets receive otherwise
     uint64_t written = 0;    // bytes by write(2)
     uint64_t switches = 0;   // voluntary context switches

@@ -79,8 +79,11 @@ void Supervisor::tellEnd(const RunEnd& end) {
     last_reason_ = end.reason;
     const std::string how = end.status == NOT_STARTED ? "the bridge was not started: "
                                                       : "the bridge ended (" + end.status + "): ";
-    log_.warning(how + end.reason + "; next start in " + std::to_string(end.pause.count() / 1000) +
-                 " s");
+    const auto text = ends_.pass(
+        how + end.reason + "; next start in " + std::to_string(end.pause.count() / 1000) + " s",
+        Clock::now());
+    if (text)
+        log_.warning(*text);
     listener_.onRunEnd(end);
     enter(State::RESTARTING, end.reason);
     launch_timer_.once(end.pause);
@@ -130,9 +133,20 @@ void Supervisor::look() {
     processes_.insert(processes_.end(), sight.engines.begin(), sight.engines.end());
     if (const auto reason = watchdog_->look(sight, Clock::now()))
         restart(*reason);
+    if (watchdog_->blind() && !std::exchange(told_blind_, true))
+        log_.warning(
+            "/proc does not tell what the engines write; without frames, as with EPD off, "
+            "one that hangs is not noticed");
+}
+
+void Supervisor::excuse() {
+    if (watchdog_)
+        watchdog_->excuse(Clock::now());
 }
 
 void Supervisor::enter(State state, const std::string& reason) {
+    if (state == State::STREAMING)
+        ends_ = {};  // it worked: the next end is news
     state_ = state;
     listener_.onState({state, runs_, reason});
 }

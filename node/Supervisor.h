@@ -17,6 +17,7 @@
 #include "Backoff.h"
 #include "BridgeRun.h"
 #include "Log.h"
+#include "RepeatFilter.h"
 #include "Watchdog.h"
 
 namespace node {
@@ -34,6 +35,7 @@ class Supervisor {
     void playSound(bool on);
     // Once a second: looks at the engines and whether all is well.
     void look();
+    void excuse();  // in place of a look: the time since the last one says nothing
 
     State state() const { return state_; }
     uint64_t runs() const { return runs_; }
@@ -56,6 +58,7 @@ class Supervisor {
     WatchdogOptions watchdog_options_;
     Listener& listener_;
     Backoff backoff_;
+    RepeatFilter ends_;  // one reason is not told for hours
     Timer launch_timer_;
     std::unique_ptr<BridgeRun> run_;  // null = nothing runs
     std::unique_ptr<Watchdog> watchdog_;
@@ -64,6 +67,7 @@ class Supervisor {
     State state_ = State::STARTING;
     uint64_t runs_ = 0;
     bool play_sound_ = false;
+    bool told_blind_ = false;    // that the engines cannot be looked at
     std::string ended_because_;  // by us; empty = it ended by itself
     std::string last_reason_;
 };

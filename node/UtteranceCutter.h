@@ -35,6 +35,8 @@ class UtteranceCutter {
     // wall is the time for people, now the one that gaps are measured by.
     void take(const Frame& frame, Clock::time_point now, SystemTime wall);
     void lookForGap(Clock::time_point now, SystemTime wall);  // now and then
+    // Frames that have come are taken late: from now on time counts again.
+    void excuse(Clock::time_point now) { last_frame_ = now; }
     void endRun(SystemTime wall);
 
     bool open() const { return open_; }

@@ -55,6 +55,8 @@ std::optional<ProcessVitals> vitalsOf(pid_t pid, const std::string& name) {
     vitals.memory = pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
     vitals.cpu_seconds =
         static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    vitals.io_known =
+        std::ifstream(folderOf(pid) + "io").get() != std::ifstream::traits_type::eof();
     vitals.read = field(folderOf(pid) + "io", "rchar:");
     vitals.written = field(folderOf(pid) + "io", "wchar:");
     vitals.switches = field(folderOf(pid) + "status", "voluntary_ctxt_switches:");

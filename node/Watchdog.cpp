@@ -61,11 +61,12 @@ std::optional<std::string> Watchdog::look(const Sight& sight, Clock::time_point 
 }
 
 std::optional<std::string> Watchdog::lookForSilence(const Sight& sight, Clock::time_point now) {
+    seen_ = seen_ || std::ranges::any_of(sight.engines, &ProcessVitals::io_known);
     if (sight.frames > frames_ || allAnswered(engines_, sight.engines)) {
         last_life_ = now;
         engines_ = sight.engines;
     }
-    if (options_.silence.count() == 0 || now - last_life_ < options_.silence)
+    if (options_.silence.count() == 0 || !seen_ || now - last_life_ < options_.silence)
         return std::nullopt;
     return "no frame for " + secondsIn(options_.silence) +
            ": an engine does not answer, or a peer does not read";

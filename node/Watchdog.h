@@ -5,7 +5,8 @@
 // - No sign of life for `silence`, once both peers were there: neither a frame nor an answer of
 //   every engine. A bridge that works passes ten frames of silence a second even when the voice
 //   server says nothing, and the engines answer them also while EPD is off or a sound plays, when
-//   the node gets no frame. So an engine hangs, or a peer does not read.
+//   the node gets no frame. So an engine hangs, or a peer does not read. Where the system does not
+//   tell what engines write, a lack of frames proves nothing.
 // - More than `most_frames` a second for `spinning`: a voice server has closed one way only, and
 //   the bridge takes the end of its data for frames as fast as it can.
 // - No peers for `waiting`: each failed attempt to reach the sound client costs the bridge a
@@ -41,6 +42,9 @@ class Watchdog {
     };
     // The reason for a restart, if there is one.
     std::optional<std::string> look(const Sight& sight, Clock::time_point now);
+    void excuse(Clock::time_point now) { last_life_ = last_calm_ = last_look_ = now; }
+    // No engine could be looked at so far: a lack of frames alone is no lack of life.
+    bool blind() const { return connected_ && !seen_; }
 
   private:
     std::optional<std::string> lookForSilence(const Sight& sight, Clock::time_point now);
@@ -49,6 +53,7 @@ class Watchdog {
     WatchdogOptions options_;
     Clock::time_point began_;
     bool connected_ = false;
+    bool seen_ = false;            // the engines' answers, at some time of this run
     Clock::time_point last_life_;  // sign of it
     Clock::time_point last_look_;
     Clock::time_point last_calm_;         // rate within bounds

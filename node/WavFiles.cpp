@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -22,6 +23,7 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view ENDING = ".wav";
 constexpr std::string_view HALF = ".part";  // behind "." and the whole name
+constexpr size_t OWN = 10000;               // names remembered
 constexpr size_t NUMBER_WIDTH = 6;          // digits, at least
 
 struct Kept {
@@ -49,12 +51,21 @@ std::vector<Kept> filesOf(const std::string& folder, Form form) {
     return files;
 }
 
-// Makes room for a file of this size. Returns what went wrong, as writeWhole does.
-std::string makeRoom(const WavFilesOptions& options, uint64_t size) {
+// Makes room for a file of this size. own: names that this node has written, oldest first; they are
+// newer than all others, whatever a clock that was set meanwhile has made of their names. Returns
+// what went wrong, as writeWhole does.
+std::string makeRoom(const WavFilesOptions& options, uint64_t size,
+                     const std::deque<std::string>& own) {
     if (options.max_files == 0 && options.max_bytes == 0)
         return "";
     std::vector<Kept> files = filesOf(options.folder, isWavName);
-    std::ranges::sort(files, {}, &Kept::name);
+    std::unordered_map<std::string_view, size_t> age;
+    for (size_t i = 0; i < own.size(); ++i)
+        age[own[i]] = i + 1;
+    std::ranges::sort(files, {}, [&age](const Kept& file) {
+        const auto ours = age.find(file.name);
+        return std::pair(ours == age.end() ? 0 : ours->second, file.name);
+    });
     uint64_t bytes = size;
     for (const Kept& file : files)
         bytes += file.size;
@@ -127,14 +138,19 @@ void WavFiles::start() {
     const std::string path = options_.folder + "/" + name;
     const auto error = std::make_shared<std::string>();
     background_.run(
-        [error, utterance, options = options_, name, path] {
+        [error, utterance, options = options_, name, path, own = own_] {
             const std::string image = wavImage(*utterance);
-            *error = makeRoom(options, image.size());
+            *error = makeRoom(options, image.size(), own);
             if (error->empty())
                 *error = writeWhole(options.folder + "/." + name + std::string(HALF), path, image,
                                     Durable::YES);
         },
-        [this, error, number = utterance->number, path] {
+        [this, error, number = utterance->number, name, path] {
+            if (error->empty()) {
+                own_.push_back(name);
+                if (own_.size() > OWN)
+                    own_.pop_front();
+            }
             if (!waiting_.empty())
                 start();
             if (error->empty()) {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // --wav: each utterance as a file of its own, "20250304T140327.045Z-000001.wav" by the time of its
 // START and its number, there whole or not at all. The folder is kept small: the oldest by name go
-// first. No file is touched whose name is not exactly of that form, nor any folder in there.
+// first, those that this node has written in their order behind all others. No file is touched
+// whose name is not exactly of that form, nor any folder in there.
 //
 // Files are written in the background, one after the other; what still waits when the disk hangs
 // is bounded.
@@ -41,6 +42,7 @@ class WavFiles : public Listener {
     const OnWritten on_written_;
     OutputWarnings warnings_;
     std::deque<UtterancePtr> waiting_;
+    std::deque<std::string> own_;  // names of what was written, oldest first
     Background background_;
 };
 

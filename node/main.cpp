@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 
 #include "Ask.h"
 #include "Control.h"
@@ -41,8 +42,10 @@ class Program {
           node_(loop, log_, options.node),
           interrupt_(loop, SIGINT, [this] { stop("SIGINT"); }),
           terminate_(loop, SIGTERM, [this] { stop("SIGTERM"); }),
-          hang_up_(loop, SIGHUP, [this] { stop("SIGHUP"); }),
           last_words_(loop, [this] { lookForLastWords(); }) {
+        struct sigaction inherited {};
+        if (sigaction(SIGHUP, nullptr, &inherited) == 0 && inherited.sa_handler != SIG_IGN)
+            hang_up_.emplace(loop, SIGHUP, [this] { stop("SIGHUP"); });
         addOutputs();
     }
 
@@ -72,7 +75,7 @@ class Program {
     bool unfinished_ = false;
     SignalWatch interrupt_;
     SignalWatch terminate_;
-    SignalWatch hang_up_;
+    std::optional<SignalWatch> hang_up_;  // empty = started to outlive its terminal
     Timer last_words_;
     Clock::time_point give_up_;  // on them
     std::unique_ptr<Control> control_;
@@ -130,16 +133,18 @@ void Program::addExec() {
 }
 
 void Program::say(const Message& message) {
+    if (!message.from_bridge)
+        node_.tellMessage(message);
     if (message.level > options_.log_level)
         return;
     Message shown = message;
-    const auto text = filter_.pass(message.text, Clock::now());
-    if (!text)
-        return;
-    shown.text = *text;
+    if (message.from_bridge) {
+        const auto text = filter_.pass(message.text, Clock::now());
+        if (!text)
+            return;
+        shown.text = *text;
+    }
     errors_->write(lineOf(shown, journal_, std::chrono::system_clock::now()));
-    if (!message.from_bridge)
-        node_.tellMessage(message);
 }
 
 // A second signal changes nothing: every wait behind it is bounded.

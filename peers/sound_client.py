@@ -26,8 +26,8 @@ KEYWORDS = {
     "epd_on": b"EPD_ON",
     "epd_off": b"EPD_OFF",
 }
-# The bridge skips four bytes behind a keyword; two line ends are consumed exactly.
 RESET = struct.pack("ii", 1, 0)  # SO_LINGER: closing resets the connection
+# The bridge skips four bytes behind a keyword; two line ends are consumed exactly.
 TERMINATOR = b"\r\n\r\n"
 DATA_BLOCK = 3200  # bytes of audio in one DATA block, 0.1 s; the bridge reads 1 KiB each round
 HELP = (

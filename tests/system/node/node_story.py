@@ -261,12 +261,6 @@ class NodeStory(unittest.TestCase):
         self.wait_for(lambda: len(children(self.bridge_pid())) == 2, "both engines")
         return children(self.bridge_pid())
 
-    def engines_so_far(self) -> set[int]:
-        """Of all runs."""
-        logs = [self.folder / f"{role}.log" for role in ("mmse", "vad")]
-        lines = [line for log in logs if log.exists() for line in log.read_text().splitlines()]
-        return {int(line.split()[0]) for line in lines}
-
     def bridges(self) -> list[int]:
         """All that run."""
         return [pid for pid in children(self.node.pid) if self.runs(pid, BRIDGE)]

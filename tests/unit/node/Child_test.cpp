@@ -247,6 +247,25 @@ TEST_F(ChildTest, AGrandchildLeftBehindIsKilledReapedAndTold) {
     EXPECT_EQ(order_.back(), "gone");
 }
 
+// The grandchild moves to a session of its own and never collects its child, which stays behind.
+TEST_F(ChildTest, WhatCannotBeCollectedIsGivenUp) {
+    shell(
+        "/usr/bin/python3 -c 'import os, time\n"
+        "if os.fork() == 0: os._exit(0)\n"
+        "os.setsid()\n"
+        "print(os.getpid(), flush=True)\n"
+        "time.sleep(1000)' &");
+    waitForOutput("\n");
+    waitForExit();
+    const auto stranger = static_cast<pid_t>(std::stol(output_));
+    EXPECT_FALSE(child_->gone());
+    child_->signalGroup(SIGKILL);
+    waitForEnd();
+    EXPECT_TRUE(there(stranger));
+    kill(stranger, SIGKILL);
+    waitFor([&] { return !there(stranger); });
+}
+
 TEST_F(ChildTest, AGrandchildThatEndsByItselfIsTold) {
     shell("(sleep 0.2; exit 5) >/dev/null 2>&1 &");
     waitForEnd();

@@ -290,6 +290,17 @@ TEST_F(UtteranceCutterTest, ASecondWithoutFramesEndsAnUtterance) {
     EXPECT_EQ(cut_.size(), 1U);
 }
 
+TEST_F(UtteranceCutterTest, TimeInWhichNobodyLookedIsNoGap) {
+    mark(START);
+    say(1, 10);
+    pass(milliseconds(5000));  // the frames wait in the pipe
+    cutter_->excuse(now_);
+    say(11, 20);
+    mark(END);
+    EXPECT_THAT(cuts(), ElementsAre(Cut::END));
+    EXPECT_EQ(numbersIn(cut_[0]->audio), "1-20");
+}
+
 TEST_F(UtteranceCutterTest, TheFrameBehindAGapIsNotInTheUtterance) {
     mark(START);
     say(1, 10);

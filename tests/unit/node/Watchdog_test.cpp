@@ -32,6 +32,7 @@ class WatchdogTest : public testing::Test {
             node::ProcessVitals engine;
             engine.name = "engine";
             engine.pid = ++last_pid_;
+            engine.io_known = true;
             sight_.engines.push_back(engine);
         }
     }
@@ -114,6 +115,38 @@ TEST_F(WatchdogTest, APauseShorterThanTheLimitBeginsTheTimeAnew) {
         ASSERT_TRUE(quietFor(9, 0, 0, 0));
         ASSERT_TRUE(quietFor(1, 1, 1, 1));
     }
+}
+
+TEST_F(WatchdogTest, WithoutSightOfTheEnginesALackOfFramesProvesNothing) {
+    for (node::ProcessVitals& engine : sight_.engines)
+        engine.io_known = false;
+    connect();
+    EXPECT_TRUE(quietFor(60, 0, 0, 0));
+    EXPECT_TRUE(watchdog_->blind());
+}
+
+TEST_F(WatchdogTest, EnginesThatWereNeverSeenAreNoLackOfLife) {
+    sight_.engines.clear();
+    sight_.connected = true;
+    for (int i = 0; i < 60; ++i) {
+        now_ += std::chrono::seconds(1);
+        EXPECT_EQ(watchdog_->look(sight_, now_), std::nullopt);
+    }
+}
+
+TEST_F(WatchdogTest, SeesOnceAnEngineWasLookedAt) {
+    connect();
+    second(0, 1, 1);
+    EXPECT_FALSE(watchdog_->blind());
+}
+
+TEST_F(WatchdogTest, ATimeInWhichNobodyLookedSaysNothing) {
+    connect();
+    second(100, 100, 100);
+    now_ += std::chrono::minutes(1);  // the node was stopped, or had no processor
+    watchdog_->excuse(now_);
+    EXPECT_TRUE(quietFor(9, 0, 0, 0));
+    EXPECT_EQ(secondsOf(9, 0, 0, 0), 1);
 }
 
 TEST_F(WatchdogTest, EnginesThatAnswerInTurnAreAlive) {

@@ -79,6 +79,19 @@ TEST_F(WavFilesTest, OldestGoWhenThereAreTooMany) {
                 ElementsAre("20250304T140330.045Z-000003.wav", "20250304T140331.045Z-000004.wav"));
 }
 
+// A robot without a clock of its own begins in the past, or in the future of its next start.
+TEST_F(WavFilesTest, WhatThisNodeWroteIsNewerThanWhatItFound) {
+    std::filesystem::create_directory(options_.folder);
+    options_.max_files = 2;
+    folder_.write("wav/20990101T000000.000Z-000001.wav", "x");
+    folder_.write("wav/20990101T000000.000Z-000002.wav", "x");
+    make();
+    for (int i = 1; i <= 3; ++i)
+        hear(utteranceOf(static_cast<uint64_t>(i), 3200, -i));  // the clock goes back
+    EXPECT_THAT(found(),
+                ElementsAre("20250304T140324.045Z-000003.wav", "20250304T140325.045Z-000002.wav"));
+}
+
 TEST_F(WavFilesTest, OldestGoWhenTheyAreTooLarge) {
     options_.max_bytes = 10000;
     make();
