@@ -14,6 +14,8 @@ namespace node {
 
 namespace {
 
+constexpr size_t MOST_OUTPUT = 1 << 20;  // bytes of output that are looked at
+
 // What a shell answers for a command that it cannot start.
 enum ShellStatus { NOT_EXECUTABLE = 126, NOT_FOUND = 127 };
 
@@ -37,6 +39,16 @@ struct ExecCommand::Job {
                   last_error = line;
           }) {}
 
+    // Only the last line matters: what floods is not cut into lines.
+    void takeErrors(std::string_view bytes) {
+        const size_t last = bytes.rfind('\n');
+        const size_t before = last == 0 || last == bytes.npos ? last : bytes.rfind('\n', last - 1);
+        if (before != bytes.npos) {
+            errors.flush();
+            bytes.remove_prefix(before);
+        }
+        errors.read(bytes);
+    }
     void giveUntil(Clock::time_point moment, std::string why) {
         end = moment;
         killed_since = std::move(why);
@@ -53,9 +65,9 @@ struct ExecCommand::Job {
             return "the command was killed, " + killed_since;
         if (ending.signal != 0 || ending.status != 0)
             return inWords(ending) + (last_error.empty() ? "" : ": \"" + last_error + '"');
-        if (lines > max_lines)
+        if (lines > max_lines || taken > MOST_OUTPUT)
             return "the command's output was longer than " + std::to_string(max_lines) +
-                   " lines, the rest was dropped";
+                   " lines or 1 MiB, the rest was dropped";
         return "";
     }
 
@@ -66,7 +78,8 @@ struct ExecCommand::Job {
     LineReader output;
     LineReader errors;
     std::string last_error;
-    size_t lines = 0;  // of output
+    size_t lines = 0;  // of output, empty ones left out
+    size_t taken = 0;  // bytes of output
     bool killed = false;
     Ending ending;
     std::unique_ptr<Child> child;  // the first to go: its events come here
@@ -104,8 +117,12 @@ void ExecCommand::start(const UtterancePtr& utterance) {
         loop_, utterance, [this](Job& of, const std::string& line) { takeLine(of, line); });
     Job* const job = owned.get();
     ChildEvents events;
-    events.on_output = [job](std::string_view bytes) { job->output.read(bytes); };
-    events.on_errors = [job](std::string_view bytes) { job->errors.read(bytes); };
+    events.on_output = [this, job](std::string_view bytes) {
+        if (job->lines <= options_.max_lines && job->taken <= MOST_OUTPUT)
+            job->output.read(bytes);
+        job->taken += bytes.size();
+    };
+    events.on_errors = [job](std::string_view bytes) { job->takeErrors(bytes); };
     events.on_exit = [job](const Ending& ending) {
         job->ending = ending;
         job->child->signalGroup(SIGKILL);

@@ -144,8 +144,8 @@ TEST_F(ExecCommandTest, FloodOfLinesIsCutAndSaidOnce) {
     hearEach(2);
     EXPECT_THAT(texts_, SizeIs(200));
     EXPECT_EQ(texts_[99], "100");
-    EXPECT_THAT(said(), ElementsAre("exec: the command's output was longer than 100 lines, the "
-                                    "rest was dropped"));
+    EXPECT_THAT(said(), ElementsAre("exec: the command's output was longer than 100 lines or "
+                                    "1 MiB, the rest was dropped"));
 }
 
 TEST_F(ExecCommandTest, FloodWithoutEndIsKilled) {
@@ -154,6 +154,12 @@ TEST_F(ExecCommandTest, FloodWithoutEndIsKilled) {
     hear();
     EXPECT_THAT(texts_, SizeIs(100));
     EXPECT_THAT(said(), ElementsAre(HasSubstr("took longer")));
+}
+
+TEST_F(ExecCommandTest, FloodOfErrorsIsQuotedByItsLastLine) {
+    make("seq 100000 >&2; exit 3");
+    hear();
+    EXPECT_THAT(said(), ElementsAre("exec: the command ended with status 3: \"100000\""));
 }
 
 TEST_F(ExecCommandTest, FloodWithoutALineFeedIsOneShortText) {
