@@ -170,7 +170,10 @@ MUTANTS = [
     ("node/Child.cpp", "UV_PROCESS_DETACHED", "0"),
     ("node/Child.cpp", "    if (!gone_)\n        kill(-pid_, SIGKILL);", ""),
     ("node/Child.cpp", "    requireProgram(words.front());\n", ""),
-    ("node/Child.cpp", "!exited_ || gone_ || anyLeft(pid_)", "!exited_ || gone_"),
+    ("node/Child.cpp", "!exited_ || anyLeft(pid_)", "!exited_"),
+    ("node/Child.cpp", "Clock::now() - *killed_ < GIVE_UP", "true"),
+    ("node/Watchdog.cpp", "!seen_ || now", "now"),
+    ("node/WavFiles.cpp", "ours == age.end() ? 0 : ours->second", "0"),
     # For stories: counts, orders across processes, delays.
     ("MMSEAppController.cpp", "send_que_.size() >= NOISE_FRAME_SIZE)", "send_que_.size() >= NOISE_FRAME_SIZE - 1)", "test_frame_road"),
     ("MMSEAppController.cpp", "send_que_.size() >= NOISE_FRAME_SIZE)", "send_que_.size() > NOISE_FRAME_SIZE)", "test_frame_road"),
