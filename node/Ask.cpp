@@ -115,10 +115,12 @@ int ask(const std::string& path, const std::vector<std::string>& words) {
     Order order;
     if (words == std::vector<std::string>{"play_sound"})
         order = {Order::PLAY_SOUND, true};
+    else if (words == std::vector<std::string>{"restart"})
+        order = {Order::RESTART};
     else if (words == std::vector<std::string>{"stop"})
         order = {Order::STOP};
     else if (words != std::vector<std::string>{"status"}) {
-        std::cerr << "tolvanev-node: --ask PATH takes one of status, play_sound, stop\n";
+        std::cerr << "tolvanev-node: --ask PATH takes one of status, play_sound, restart, stop\n";
         return 2;
     }
     Connection node(path);

@@ -200,6 +200,9 @@ std::string Control::answer(std::string_view line, PlaySound::Holder holder) {
         case Order::PLAY_SOUND:
             node_.playSound(holder, order->on);
             return okReply();
+        case Order::RESTART:
+            node_.restart();
+            return okReply();
         case Order::STOP:
             on_stop_();
             return okReply();

@@ -10,7 +10,7 @@ namespace node {
 struct FrameOutputOptions {
     std::string path;                                    // file, FIFO or "-"
     size_t limit = FRAME_SIZE * FRAMES_PER_SECOND * 10;  // bytes that may wait: 10 s
-    milliseconds gather{50};  // frames for a regular file, which nobody follows that closely
+    milliseconds gather{250};  // frames for a regular file, which nobody follows that closely
 };
 
 class FrameOutput : public Listener {

@@ -22,7 +22,8 @@ class Log {
     using Write = std::function<void(const Message&)>;
     explicit Log(Write write) : write_(std::move(write)) {}
 
-    void error(const std::string& text) const { write_({Level::ERROR, false, text}); }
+    void say(Level level, const std::string& text) const { write_({level, false, text}); }
+    void error(const std::string& text) const { say(Level::ERROR, text); }
     void warning(const std::string& text) const { write_({Level::WARNING, false, text}); }
     void info(const std::string& text) const { write_({Level::INFO, false, text}); }
     void debug(const std::string& text) const { write_({Level::DEBUG, false, text}); }

@@ -108,7 +108,9 @@ void appendProcesses(Page& page, const std::vector<ProcessVitals>& processes) {
 
 std::string temporaryFor(const std::string& path) {
     const std::filesystem::path whole(path);
-    return (whole.parent_path() / ("." + whole.filename().string() + ".new")).string();
+    std::string name = ".";
+    name.append(whole.filename().string()).append(".new");
+    return (whole.parent_path() / name).string();
 }
 
 }  // namespace

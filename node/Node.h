@@ -40,6 +40,8 @@ class Node : private Listener {
     void stop(std::function<void()> on_stopped);
     bool stopping() const { return stopping_; }
 
+    void restart() { supervisor_.restart("asked to restart"); }
+
     // A holder says that it plays a sound, or has finished; who names it in a warning.
     void playSound(PlaySound::Holder holder, bool on);
     void playSoundGone(PlaySound::Holder holder, const std::string& who);

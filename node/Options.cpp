@@ -13,7 +13,7 @@ namespace {
 constexpr const char* ABOUT =
     "Starts the bridge, keeps it running, and hands on what it hears.\n\n"
     "    tolvanev-node [OPTIONS] -- Tolvanev [BRIDGE OPTIONS]\n"
-    "    tolvanev-node --ask PATH status|play_sound|stop\n";
+    "    tolvanev-node --ask PATH status|play_sound|restart|stop\n";
 constexpr const char* FOOTER = "docs/node.md explains each output and what it writes.";
 
 // Options that count seconds or milliseconds, with a default.
@@ -152,6 +152,8 @@ std::string mistake(const Options& options) {
         return "";
     if (options.words.empty())
         return "no bridge; put its command line behind --";
+    if (options.metrics == "-")
+        return "--metrics takes a file, which is renewed each second";
     if (options.frames == "-" && options.events == "-")
         return "--frames and --events cannot both have standard output";
     return "";

@@ -38,10 +38,12 @@ std::optional<Order> parseOrder(std::string_view line, std::string& error) {
     }
     if (*order == "status")
         return Order{Order::STATUS};
+    if (*order == "restart")
+        return Order{Order::RESTART};
     if (*order == "stop")
         return Order{Order::STOP};
     if (*order != "play_sound") {
-        error = "no such order; there are status, play_sound and stop";
+        error = "no such order; there are status, play_sound, restart and stop";
         return std::nullopt;
     }
     const auto on = value.find("on");
@@ -56,6 +58,8 @@ std::string formatOrder(const Order& order) {
     switch (order.kind) {
         case Order::PLAY_SOUND:
             return text({{"order", "play_sound"}, {"on", order.on}});
+        case Order::RESTART:
+            return text({{"order", "restart"}});
         case Order::STOP:
             return text({{"order", "stop"}});
         default:

@@ -3,6 +3,7 @@
 //
 //     {"order": "status"}
 //     {"order": "play_sound", "on": true}
+//     {"order": "restart"}
 //     {"order": "stop"}
 #ifndef TOLVANEV_NODE_ORDER_H
 #define TOLVANEV_NODE_ORDER_H
@@ -14,7 +15,7 @@
 namespace node {
 
 struct Order {
-    enum Kind { STATUS, PLAY_SOUND, STOP };
+    enum Kind { STATUS, PLAY_SOUND, RESTART, STOP };
     Kind kind = STATUS;
     bool on = false;  // of PLAY_SOUND
 };

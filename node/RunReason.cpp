@@ -48,14 +48,17 @@ std::string commandLineEnd(const std::deque<std::string>& messages) {
 }
 
 // How an engine ended that did not end in good order; empty when all did. Those that outlive the
-// bridge write to a pipe that nobody reads: SIGPIPE, or a status, tells of that as well.
+// bridge write to a pipe that nobody reads: SIGPIPE, or a status and a word, tells of that as well.
 std::string brokenEngine(const RunEvidence& evidence) {
     for (const Ending& engine : evidence.engines) {
         if (engine.signal != 0 && engine.signal != SIGTERM && engine.signal != SIGPIPE)
             return "an engine ended with " + engine.text();
     }
+    const bool broken_pipe = std::ranges::any_of(evidence.messages, [](const auto& message) {
+        return message.find("Broken pipe") != message.npos;
+    });
     for (const Ending& engine : evidence.engines) {
-        if (engine.status != 0)
+        if (engine.status != 0 && !(evidence.had_frames && broken_pipe))
             return (evidence.had_frames
                         ? "voice server closed the connection, or an engine ended with "
                         : "an engine ended with ") +

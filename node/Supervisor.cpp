@@ -79,11 +79,12 @@ void Supervisor::tellEnd(const RunEnd& end) {
     last_reason_ = end.reason;
     const std::string how = end.status == NOT_STARTED ? "the bridge was not started: "
                                                       : "the bridge ended (" + end.status + "): ";
+    const Level level = end.status == NOT_STARTED ? Level::ERROR : Level::WARNING;
     const auto text = ends_.pass(
         how + end.reason + "; next start in " + std::to_string(end.pause.count() / 1000) + " s",
         Clock::now());
     if (text)
-        log_.warning(*text);
+        log_.say(level, *text);
     listener_.onRunEnd(end);
     enter(State::RESTARTING, end.reason);
     launch_timer_.once(end.pause);

@@ -1,74 +1,105 @@
 // SPDX-License-Identifier: MIT
 #include "Vitals.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <string_view>
 
 namespace node {
 
 namespace {
 
-std::string folderOf(pid_t pid) {
-    return "/proc/" + std::to_string(pid) + "/";
-}
-
-// The number behind a name at the beginning of a line; 0 when there is none.
-uint64_t field(const std::string& path, const std::string& name) {
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with(name))
-            return std::strtoull(line.c_str() + name.size(), nullptr, 10);
+// A file of /proc, at most so much of it; a look a second must cost next to nothing.
+class ProcFile {
+  public:
+    ProcFile(pid_t pid, const char* name) {
+        std::array<char, 64> path{};
+        snprintf(path.data(), path.size(), "/proc/%d/%s", pid, name);
+        const int fd = open(path.data(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            return;
+        const ssize_t count = read(fd, bytes_.data(), bytes_.size());
+        close(fd);
+        size_ = count > 0 ? static_cast<size_t>(count) : 0;
     }
-    return 0;
+    std::string_view text() const { return {bytes_.data(), size_}; }
+    bool readable() const { return size_ > 0; }
+
+    // The number behind "NAME:" at the beginning of a line; 0 when there is none.
+    uint64_t field(std::string_view name) const {
+        const std::string_view all = text();
+        for (size_t at = 0; at < all.size(); at = all.find('\n', at) + 1) {
+            if (all.substr(at).starts_with(name))
+                return numberAt(all.substr(at + name.size()));
+            if (all.find('\n', at) == all.npos)
+                break;
+        }
+        return 0;
+    }
+
+    static uint64_t numberAt(std::string_view text) {
+        text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+        uint64_t number = 0;
+        std::from_chars(text.data(), text.data() + text.size(), number);
+        return number;
+    }
+
+  private:
+    std::array<char, 4096> bytes_;
+    size_t size_ = 0;
+};
+
+// A field of /proc/PID/stat, counted from 1 as the manual does; rest begins with the third.
+std::string_view statField(std::string_view rest, int number) {
+    for (int i = 3; i < number; ++i)
+        rest.remove_prefix(std::min(rest.find(' '), rest.size() - 1) + 1);
+    return rest.substr(0, rest.find(' '));
 }
 
 }  // namespace
 
 std::optional<ProcessVitals> vitalsOf(pid_t pid, const std::string& name) {
-    std::ifstream file(folderOf(pid) + "stat");
-    std::string line;
-    std::getline(file, line);
-    const size_t behind_name = line.rfind(')');
-    if (behind_name == line.npos)
+    constexpr int STATE = 3;
+    constexpr int USER_TIME = 14;
+    constexpr int SYSTEM_TIME = 15;
+    constexpr int RESIDENT_PAGES = 24;
+    const ProcFile stat(pid, "stat");
+    const size_t behind_name = stat.text().rfind(") ");  // the name may hold anything
+    if (behind_name == std::string_view::npos)
         return std::nullopt;
-    // Fields 3 to 24: state, ten numbers, then user and system time, ..., resident pages.
-    std::istringstream fields(line.substr(behind_name + 1));
-    std::string state;
-    std::string skipped;
-    uint64_t user = 0;
-    uint64_t system = 0;
-    uint64_t pages = 0;
-    fields >> state;
-    for (int i = 4; i <= 13; ++i)
-        fields >> skipped;
-    fields >> user >> system;
-    for (int i = 16; i <= 23; ++i)
-        fields >> skipped;
-    fields >> pages;
-    if (!fields || state == "Z" || state == "X")
+    const std::string_view fields = stat.text().substr(behind_name + 2);
+    const std::string_view state = statField(fields, STATE);
+    if (state == "Z" || state == "X")
         return std::nullopt;
+    const auto number = [&](int field) { return ProcFile::numberAt(statField(fields, field)); };
     ProcessVitals vitals;
     vitals.name = name;
     vitals.pid = pid;
-    vitals.memory = pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-    vitals.cpu_seconds =
-        static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
-    vitals.io_known =
-        std::ifstream(folderOf(pid) + "io").get() != std::ifstream::traits_type::eof();
-    vitals.read = field(folderOf(pid) + "io", "rchar:");
-    vitals.written = field(folderOf(pid) + "io", "wchar:");
-    vitals.switches = field(folderOf(pid) + "status", "voluntary_ctxt_switches:");
+    vitals.memory = number(RESIDENT_PAGES) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+    vitals.cpu_seconds = static_cast<double>(number(USER_TIME) + number(SYSTEM_TIME)) /
+                         static_cast<double>(sysconf(_SC_CLK_TCK));
+    const ProcFile io(pid, "io");
+    vitals.io_known = io.readable();
+    vitals.read = io.field("rchar:");
+    vitals.written = io.field("wchar:");
+    vitals.switches = ProcFile(pid, "status").field("voluntary_ctxt_switches:");
     return vitals;
 }
 
 std::vector<pid_t> childrenOf(pid_t pid) {
-    const std::string number = std::to_string(pid);
-    std::ifstream file(folderOf(pid) + "task/" + number + "/children");
+    const std::string name = "task/" + std::to_string(pid) + "/children";
+    const ProcFile file(pid, name.c_str());
     std::vector<pid_t> children;
-    for (pid_t child = 0; file >> child;)
-        children.push_back(child);
+    std::string_view rest = file.text();
+    while (const uint64_t child = ProcFile::numberAt(rest)) {
+        children.push_back(static_cast<pid_t>(child));
+        rest.remove_prefix(std::min(rest.find(' '), rest.size() - 1) + 1);
+    }
     return children;
 }
 

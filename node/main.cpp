@@ -2,6 +2,7 @@
 // tolvanev-node: from the command line to one running Node with its outputs. docs/node.md explains
 // it to who runs a robot.
 #include <fcntl.h>
+#include <malloc.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -186,8 +187,12 @@ int main(int argc, char** argv) {
     holdStandardDescriptors();
     if (!options.ask.empty())
         return ask(options.ask, options.words);
-    signal(SIGXFSZ, SIG_IGN);              // a file that may not grow is a full disk to us
-    signal(SIGPIPE, SIG_IGN);              // a reader that goes is an error of that write
+    signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a full disk to us
+    signal(SIGPIPE, SIG_IGN);  // a reader that goes is an error of that write
+    // Utterances come and go for years: their memory goes back to the system, and jobs have no
+    // heaps of their own.
+    mallopt(M_MMAP_THRESHOLD, 1 << 16);
+    mallopt(M_ARENA_MAX, 1);
     setenv("UV_THREADPOOL_SIZE", "8", 0);  // each output has a job at most, and a disk may hang
     try {
         Loop loop;

@@ -162,7 +162,7 @@ MUTANTS = [
     ("node/BridgeCommand.cpp", "words_[i].starts_with(dashed + \"=\")", "words_[i].starts_with(dashed)"),
     ("node/BridgeCommand.cpp", "first.st_ino == second.st_ino", "one == other"),
     ("node/BridgeCommand.cpp", "size_t i = 1;", "size_t i = 0;"),
-    ("node/Vitals.cpp", "line.rfind(')')", "line.find(')')"),
+    ("node/Vitals.cpp", "stat.text().rfind(\") \")", "stat.text().find(\") \")"),
     ("node/Vitals.cpp", " || state == \"X\"", " && state == \"X\""),
     ("node/Vitals.cpp", "\"wchar:\"", "\"rchar:\""),
     # The node: processes.

@@ -8,7 +8,7 @@ import signal
 import socket
 import subprocess
 import time
-from datetime import datetime
+from datetime import datetime, timezone
 from pathlib import Path
 from typing import Any, Iterator
 
@@ -164,7 +164,7 @@ class NodeFaults:
             ("duration", f"{self.seconds / 60:g} min, {len(self.quiet)} faults, "
                          f"{status['restarts']} restarts"),
             ("frames, utterances", f"{status['frames']['data']}, {len(heard)}"),
-            ("passages between faults", f"{whole}, {missed} of them not found"),
+            ("passages between faults", f"{whole}, not found: {missed or 'none'}"),
             ("memory of the node", f"{min(memory) >> 10} to {max(memory) >> 10} KiB, "
                                    f"{growth >> 10:+} KiB from the first to the last third"),
             ("descriptors of the node", f"{min(descriptors)} to {max(descriptors)}"),
@@ -176,21 +176,22 @@ class NodeFaults:
         return judged(table, {
             "memory grows": growth > MEMORY_ALLOWED,
             "descriptors grow": len(descriptors) > 1,
-            "passages were not found": missed > 0,
+            "passages were not found": missed,
             "too few passages to judge": whole < len(self.quiet) / 2,
             "it did not end well": self.node.returncode != 0,
             "processes were left behind": left,
         })  # fmt: skip
 
-    def _missed(self, heard: list[dict[str, Any]]) -> tuple[int, int]:
-        """Of the passages that no fault touched: those not found, and all."""
-        missed = whole = 0
+    def _missed(self, heard: list[dict[str, Any]]) -> tuple[list[str], int]:
+        """Of the passages that no fault touched: when those were that were not found, and all."""
+        missed, whole = [], 0
         spans = [(seconds_of(event["start"]), seconds_of(event["end"])) for event in heard]
         for began, ended in self.spoken:
             if any(began < back + HEARD and fault < ended + HEARD for fault, back in self.quiet):
                 continue
             whole += 1
-            missed += not any(start < ended + HEARD and end > began for start, end in spans)
+            if not any(start < ended + HEARD and end > began for start, end in spans):
+                missed.append(datetime.fromtimestamp(began, timezone.utc).isoformat())
         return missed, whole
 
 

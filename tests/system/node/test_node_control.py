@@ -93,6 +93,21 @@ class PlaySound(NodeStory):
         self.assertNotIn(VANISHED, self.log())
 
 
+class Restart(NodeStory):
+    def test_order(self) -> None:
+        """The only cure for a sound client that has closed, which the bridge does not notice."""
+        self.start()
+        self.assertEqual(self.order({"order": "restart"}), {"ok": True})
+        self.wait_for_run(2)
+        self.assertEqual([end["reason"] for end in self.events("run_end")], ["asked to restart"])
+
+    def test_by_hand(self) -> None:
+        self.start()
+        words = [NODE, "--ask", self.socket, "restart"]
+        self.assertEqual(subprocess.run(words, timeout=BOUND).returncode, 0)
+        self.wait_for_run(2)
+
+
 class Clients(NodeStory):
     """Frames flow all the while."""
 
@@ -225,7 +240,7 @@ class Ask(NodeStory):
     def test_no_such_word(self) -> None:
         told = self.ask("dance")
         self.assertEqual(told.returncode, 2)
-        self.assertIn("takes one of status, play_sound, stop", told.stderr)
+        self.assertIn("takes one of status, play_sound, restart, stop", told.stderr)
 
 
 if __name__ == "__main__":

@@ -26,6 +26,8 @@ Order orderOf(const std::string& line) {
 TEST(Order, ThereAreThree) {
     EXPECT_EQ(orderOf(R"({"order": "status"})").kind, Order::STATUS);
     EXPECT_EQ(orderOf(R"({"order": "stop"})").kind, Order::STOP);
+    EXPECT_EQ(orderOf(R"({"order": "restart"})").kind, Order::RESTART);
+    EXPECT_EQ(orderOf(node::formatOrder({Order::RESTART})).kind, Order::RESTART);
     const Order on = orderOf(R"({"order": "play_sound", "on": true})");
     EXPECT_EQ(on.kind, Order::PLAY_SOUND);
     EXPECT_TRUE(on.on);

@@ -141,6 +141,14 @@ TEST(RunReason, AnEngineThatEndedWithItsBridgeIsNotTheCause) {
               "voice server closed the connection");
 }
 
+TEST(RunReason, AnEngineThatSaysThatItsPipeBrokeIsNotTheCause) {
+    EXPECT_EQ(reasonOf({bySignal(SIGPIPE),
+                        {withStatus(1), withStatus(0)},
+                        {"[Connected]", "tolvanev-engine: mmse: standard output: Broken pipe"},
+                        true}),
+              "voice server closed the connection");
+}
+
 TEST(RunReason, AnEnginesFailedWriteMayBeTheCauseOrNot) {
     EXPECT_EQ(reasonForPipe({withStatus(1), withStatus(0)}),
               "voice server closed the connection, or an engine ended with status 1");
