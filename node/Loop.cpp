@@ -139,17 +139,21 @@ Background::~Background() {
 }
 
 void Background::run(std::function<void()> job, std::function<void()> done) {
-    work_ = new Work{{}, std::move(job), std::move(done), this};
+    auto work = std::make_unique<Work>();
+    work->job = std::move(job);
+    work->done = std::move(done);
+    work->owner = this;
+    work_ = work.release();
     work_->request.data = work_;
     uv_queue_work(
         loop_.get(), &work_->request,
         [](uv_work_t* request) { static_cast<Work*>(request->data)->job(); },
         [](uv_work_t* request, int) {
-            const std::unique_ptr<Work> work(static_cast<Work*>(request->data));
-            if (!work->owner)
+            const std::unique_ptr<Work> ended(static_cast<Work*>(request->data));
+            if (!ended->owner)
                 return;
-            work->owner->work_ = nullptr;
-            work->done();
+            ended->owner->work_ = nullptr;
+            ended->done();
         });
 }
 

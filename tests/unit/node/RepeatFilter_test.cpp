@@ -13,7 +13,6 @@ namespace {
 using std::chrono::minutes;
 using std::chrono::seconds;
 using testing::Eq;
-using testing::HasSubstr;
 using testing::Optional;
 
 constexpr char REFUSED[] = "Socket connect error. error : Connection refused";
@@ -54,6 +53,7 @@ TEST_F(RepeatFilterTest, HoldsBackWhatRepeatsWithinAMinute) {
 TEST_F(RepeatFilterTest, ATextThatRepeatsForHoursIsWrittenAtOneThreeSevenMinutesAndOn) {
     const auto written = repeat(std::chrono::hours(6));
     std::vector<int64_t> times;
+    times.reserve(written.size());
     for (const auto& [minute, line] : written)
         times.push_back(minute);
     EXPECT_THAT(times, testing::ElementsAre(0, 1, 3, 7, 15, 31, 63, 123, 183, 243, 303));

@@ -44,7 +44,7 @@ class SinkTest : public NodeTest {
         sink_ = Sink::onDescriptor(loop_, fd, limit);
     }
     std::string makeFifo() {
-        const std::string path = folder_.path("fifo");
+        std::string path = folder_.path("fifo");
         EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
         return path;
     }

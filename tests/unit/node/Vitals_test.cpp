@@ -17,8 +17,6 @@
 
 namespace {
 
-using testing::Contains;
-using testing::Not;
 
 // A child that waits until it is killed.
 class WaitingChild {
