@@ -17,7 +17,6 @@
 
 namespace {
 
-
 // A child that waits until it is killed.
 class WaitingChild {
   public:
