@@ -6,7 +6,7 @@ import time
 import unittest
 
 import frames
-from node_story import BRIDGE, NodeStory
+from node_story import BRIDGE, SANITIZED, NodeStory
 
 
 class AtTheStart(NodeStory):
@@ -31,6 +31,7 @@ class AtTheStart(NodeStory):
     def test_engine_is_the_bridge(self) -> None:
         self.expect("is the bridge itself", self.bridge(engine=BRIDGE))
 
+    @unittest.skipIf(SANITIZED, "the sanitizers need more descriptors themselves")
     def test_no_pipes_for_engines(self) -> None:
         few = ["/bin/sh", "-c", 'ulimit -n 6; exec "$0" "$@"', *self.bridge()]
         self.expect("no process or pipe for an engine: ", few)
