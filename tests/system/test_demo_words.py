@@ -104,7 +104,7 @@ class Listen(unittest.TestCase):
         """With 200 ms from before START, where there are as many."""
         scene = make_scene(SAID)
         cleaned = np.repeat(np.arange(1000), frames.SAMPLES).astype(float)
-        comparison = mock.Mock(spec=Comparison, cleaned=cleaned)
+        comparison = mock.Mock(Comparison, cleaned=cleaned)
         heard = mock.Mock(utterances=[Passage(5, 210), Passage(400, 440)])
 
         def first_and_last(utterances: list[bytes]) -> list[list[str]]:
@@ -118,7 +118,7 @@ class Listen(unittest.TestCase):
 
     def test_without_a_recogniser_there_is_a_reason(self) -> None:
         heard = mock.Mock(utterances=[Passage(95, 210)])
-        comparison = mock.Mock(spec=Comparison, cleaned=np.zeros(1000 * frames.SAMPLES))
+        comparison = mock.Mock(Comparison, cleaned=np.zeros(1000 * frames.SAMPLES))
         missing = recogniser.RecogniserError("install it")
         with mock.patch.object(recogniser, "understand", side_effect=missing):
             found = words.listen(make_scene(SAID), comparison, heard, [[]])
